@@ -1,0 +1,10 @@
+/* libqxbase: umbrella header including every family of the library. */
+#ifndef QXBASE_H
+#define QXBASE_H
+
+#include "qxbase_export.h"
+#include "utl_error.h"
+#include "utl_mem.h"
+#include "utl_str.h"
+
+#endif /* QXBASE_H */
