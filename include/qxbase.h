@@ -3,6 +3,7 @@
 #define QXBASE_H
 
 #include "qxbase_export.h"
+#include "utl_byte.h"
 #include "utl_error.h"
 #include "utl_mem.h"
 #include "utl_str.h"
