@@ -11,6 +11,7 @@
 // announcements go through the replaceable print function.
 #include "utl_mem.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -105,7 +106,9 @@ void *UTL_DMEM_ALLOC(unsigned int size, const char *file, int line) {
 void *UTL_DMEM_CALLOC(unsigned int count, unsigned int size, const char *file, int line) {
   if (g_state.on) {
     const unsigned long long bytes = static_cast<unsigned long long>(count) * size;
-    void *block = qx::mem::Allocate(bytes, file, line);
+    // A product beyond 32 bits must reach Allocate unshortened, to be refused.
+    const std::size_t request = bytes > 0xFFFFFFFFull ? SIZE_MAX : static_cast<std::size_t>(bytes);
+    void *block = qx::mem::Allocate(request, file, line);
     if (block == nullptr) return qx::TraceAndFail<void *>("UTL_MEM_CALLOC", nullptr);
     std::memset(block, 0, bytes);
     return block;

@@ -10,6 +10,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -18,6 +19,7 @@
 #include <iterator>
 #include <set>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -336,19 +338,6 @@ TEST_F(DebugMode, FreeTwoDimensionalArrayFreesRowsAndArray) {
   EXPECT_EQ(UTL_DMEM_ALLOCATED_BYTES(), 0u);
   EXPECT_EQ(UTL_MEM_FREE_2D_ARRAY(3, nullptr), 1);
   EXPECT_EQ(g_quits, 0);
-}
-
-TEST_F(DebugMode, HeapRefusalIsNotEnoughMemory) {
-  CatchQuit();
-  qxtest::CaptureStream out(stdout);
-  {
-    qxtest::FailAllocation refuse(1);
-    EXPECT_EQ(UTL_DMEM_ALLOC(16, "t", 1), nullptr);
-  }
-  EXPECT_EQ(out.Text(), "MEM_NOT_ENOUGH\n");
-  EXPECT_EQ(g_quits, 1);
-  EXPECT_FALSE(UTL_ERROR_IS_SET());  // debug mode reports, it does not record
-  EXPECT_EQ(UTL_DMEM_NEXT_NUM(), 1u);
 }
 
 // ---- Debug mode: faults that stop the process -------------------------------
