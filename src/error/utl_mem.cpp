@@ -129,8 +129,8 @@ void *UTL_DMEM_RECALLOC(void *ptr, unsigned int size, const char *file, int line
 int UTL_DMEM_FREE(void *ptr, const char * /*file*/, int /*line*/) {
   if (g_state.on)
     qx::mem::Release(ptr);
-  else if (ptr != nullptr)
-    qx::heap::Free(ptr);
+  else
+    qx::heap::Free(ptr);  // the runtime accepts NULL
   return 1;
 }
 
