@@ -30,25 +30,33 @@ void BM_Plain(benchmark::State &state) {
   }
 }
 
-int Quiet(const char *, ...) { return 0; }
+int Quiet(const char *, ...) {
+  return 0;
+}
 
 void DebugPairs(benchmark::State &state, int frequency) {
   UTL_DMEM_INITIALIZE(Quiet);
   UTL_DMEM_SET_DEBUG();
   UTL_DMEM_SET_FREQ(frequency);
   void *others[100];
-  for (void *&other : others) other = UTL_DMEM_ALLOC(32, "mem_bench", __LINE__);
+  for (void *&other : others)
+    other = UTL_DMEM_ALLOC(32, "mem_bench", __LINE__);
   const auto size = static_cast<unsigned int>(state.range(0));
   for (auto _ : state) {
     void *p = UTL_DMEM_ALLOC(size, "mem_bench", __LINE__);
     benchmark::DoNotOptimize(p);
     UTL_DMEM_FREE(p, "mem_bench", __LINE__);
   }
-  for (void *other : others) UTL_DMEM_FREE(other, "mem_bench", __LINE__);
+  for (void *other : others)
+    UTL_DMEM_FREE(other, "mem_bench", __LINE__);
 }
 
-void BM_DebugNoChecks(benchmark::State &state) { DebugPairs(state, 0); }
-void BM_DebugEvery1000(benchmark::State &state) { DebugPairs(state, 1000); }
+void BM_DebugNoChecks(benchmark::State &state) {
+  DebugPairs(state, 0);
+}
+void BM_DebugEvery1000(benchmark::State &state) {
+  DebugPairs(state, 1000);
+}
 
 BENCHMARK(BM_Malloc)->Arg(16)->Arg(64)->Arg(256);
 BENCHMARK(BM_Plain)->Arg(16)->Arg(64)->Arg(256);
