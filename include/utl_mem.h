@@ -138,7 +138,8 @@ QX_API void UTL_DMEM_CHK_HEAP_NOW(void);
  * size fields are printed with %d). A first number beyond the newest sequence
  * number adds "The sequence number %u you requested is out of range.\n" and
  * "The next available sequence number is %u.\n" to the same output. The walk
- * stops early while an interrupt is pending (UTL_INTR_PENDING).
+ * stops early while an interrupt is pending (UTL_INTR_PENDING). Guard: it
+ * also ends after a block whose guard words are damaged, as the check does.
  * Returns 1 after listing; 0 when debug mode is off (records UTL / MEM /
  * FATAL / MEM_PRINT under "UTL_DMEM_MPA") or the file cannot be opened
  * (announces "Sorry, couldn't open file %s./n", the "/n" being historical). */

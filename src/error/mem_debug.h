@@ -73,11 +73,18 @@ void *Resize(void *user, std::size_t size, const char *file, int line);
 // Checks every live block, newest first.
 void CheckAllBlocks();
 
-// Calls visit(header) for each live block, newest first, while it returns true.
+inline constexpr std::uint32_t kHeadGuard = 0xBBBBBBBBu;
+inline constexpr std::uint32_t kInnerGuard = 0xCCCCCCCCu;
+
+// Calls visit(header) for each live block, newest first, while it returns
+// true. The walk ends after a block whose guard words are damaged: its links
+// cannot be trusted.
 template <typename Visit>
 void ForEachLiveBlock(Visit visit) {
-  for (BlockHeader *block = g_state.newest; block != nullptr; block = block->older)
+  for (BlockHeader *block = g_state.newest; block != nullptr; block = block->older) {
     if (!visit(*block)) return;
+    if (block->head_guard != kHeadGuard || block->inner_guard != kInnerGuard) return;
+  }
 }
 
 }  // namespace qx::mem

@@ -514,6 +514,24 @@ TEST_F(DebugMode, DamagedBlockIsReportedByFreeAndByEachCheck) {
   EXPECT_EQ(UTL_DMEM_ALLOCATED_BYTES(), 0u);
 }
 
+TEST_F(DebugMode, WalksEndAtABlockWhoseLinksCannotBeTrusted) {
+  CatchQuit();
+  auto *oldest = Bytes(UTL_DMEM_ALLOC(4, "t", 1));
+  void *middle = UTL_DMEM_ALLOC(4, "t", 2);
+  void *newest = UTL_DMEM_ALLOC(4, "t", 3);
+  oldest[4] = 0;           // would be MEM_HEAP_OVERRUN if reached
+  StartOf(middle)[0] = 0;  // its links may be damaged too
+  qxtest::CaptureStream out(stdout);
+  UTL_DMEM_CHK_HEAP_NOW();
+  EXPECT_EQ(out.Text(), "MEM_HEAP_PREVIOUS_OVERRUN\n");
+  EXPECT_EQ(g_quits, 1);
+  UTL_DMEM_MPA(nullptr, nullptr, 0, 0);
+  EXPECT_EQ(TakePrinted(),
+            "Filename t line 3 size 4 sequence number 3\n"
+            "Filename t line 2 size 4 sequence number 2\n");
+  UTL_DMEM_FREE(newest, "t", 4);
+}
+
 // ---- Periodic checks ---------------------------------------------------------
 
 TEST_F(DebugMode, PeriodicCheckRunsEveryNthPass) {
