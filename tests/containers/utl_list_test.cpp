@@ -32,6 +32,16 @@ namespace {
 
 using Traces = std::vector<std::string>;
 
+// Each case normally runs in its own process; when the executable runs them
+// all in one, start every case with an empty error stack.
+class EmptyStackAtStart : public ::testing::EmptyTestEventListener {
+  void OnTestStart(const ::testing::TestInfo &) override { UTL_ERROR_CLEAR(); }
+};
+const bool kListenerAdded = [] {
+  ::testing::UnitTest::GetInstance()->listeners().Append(new EmptyStackAtStart);
+  return true;
+}();
+
 // Exact size of a heap block where the sanitizer can tell; 0 elsewhere.
 std::size_t AllocatedSize(const void *p) {
 #ifdef QX_LIST_TEST_ASAN
