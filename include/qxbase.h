@@ -8,5 +8,6 @@
 #include "utl_mem.h"
 #include "utl_str.h"
 #include "utl_intr.h"
+#include "utl_list.h"
 
 #endif /* QXBASE_H */

@@ -17,6 +17,7 @@ int main(int argc, char **argv) {
   if (argc > 1) catalog_dir = argv[1];
   failures += !demo_error();
   failures += !demo_mem();
+  failures += !demo_list();
   printf("\nqx_demo: %s\n", failures == 0 ? "all sections ran" : "some sections failed");
   return failures == 0 ? 0 : 1;
 }

@@ -11,6 +11,10 @@
 //
 // Usage: `using Rules = qx::BlockRules<8>;` then call Rules::StoreCopy,
 // StoreReference, Release, Retrieve, Address on the element's fields.
+//
+// Hostile input is absorbed here once for every container: a null source with
+// a nonzero count copies that many zero bytes instead of crashing, and a
+// count with bit 31 set is taken modulo 2^31 (bit 31 is the reference mark).
 #ifndef QXBASE_CONTAINERS_DATA_BLOCK_H
 #define QXBASE_CONTAINERS_DATA_BLOCK_H
 
@@ -29,6 +33,18 @@ constexpr std::uint32_t BlockCount(std::uint32_t size_word) {
 }
 constexpr bool IsReference(std::uint32_t size_word) {
   return (size_word & kByReference) != 0;
+}
+
+// Copies count bytes (the blocks may overlap, as when a caller changes an
+// element to bytes taken from its own storage); a null source is taken as a
+// block of zero bytes.
+inline void CopyOrZero(void *dst, const void *src, std::uint32_t count) {
+  if (count == 0) return;
+  if (src == nullptr) {
+    std::memset(dst, 0, count);
+  } else {
+    std::memmove(dst, src, count);
+  }
 }
 
 template <std::uint32_t kInline>
@@ -65,13 +81,13 @@ struct BlockRules {
                         std::uint32_t count, const char *tag, int line) {
     count &= kCountMask;
     if (kInline > 0 && count <= kInline) {
-      if (count > 0) std::memcpy(field, bytes, count);
+      CopyOrZero(field, bytes, count);
     } else if (count == 0) {
       SetStoredPointer(field, nullptr);
     } else {
       void *storage = UTL_DMEM_ALLOC(count, tag, line);
       if (storage == nullptr) return false;
-      std::memcpy(storage, bytes, count);
+      CopyOrZero(storage, bytes, count);
       SetStoredPointer(field, storage);
     }
     size_word = count;
@@ -82,15 +98,16 @@ struct BlockRules {
   // element does not own a block of exactly that count.
   static bool OverwriteInPlace(std::uint32_t size_word, unsigned char *field, const void *bytes,
                                std::uint32_t count) {
+    count &= kCountMask;
     if (!OwnsStorage(size_word) || BlockCount(size_word) != count) return false;
-    std::memcpy(StoredPointer(field), bytes, count);
+    CopyOrZero(StoredPointer(field), bytes, count);
     return true;
   }
 
   // Keeps the caller's pointer; nothing is copied and nothing will be freed.
   static void StoreReference(std::uint32_t &size_word, unsigned char *field, const void *ptr,
                              std::uint32_t count) {
-    size_word = count | kByReference;
+    size_word = (count & kCountMask) | kByReference;
     SetStoredPointer(field, ptr);
   }
 
@@ -101,15 +118,16 @@ struct BlockRules {
     return UTL_DMEM_FREE(StoredPointer(field), tag, line);
   }
 
-  // Copies the block into buf, at most buf_size bytes, and reports the full
-  // count. Returns true when the copy was cut short (the caller records its
-  // "DATA_OVFL" warning).
+  // Copies the block into buf, at most buf_size bytes (a null buf holds
+  // none), and reports the full count. Returns true when the copy was cut short (the caller records
+  // its "DATA_OVFL" warning).
   static bool Retrieve(std::uint32_t size_word, unsigned char *field, void *buf,
                        std::uint32_t buf_size, std::uint32_t *out_count) {
     const std::uint32_t count = BlockCount(size_word);
     if (out_count != nullptr) *out_count = count;
+    if (buf == nullptr) buf_size = 0;
     const std::uint32_t copied = count > buf_size ? buf_size : count;
-    if (copied > 0) std::memcpy(buf, Address(size_word, field), copied);
+    CopyOrZero(buf, Address(size_word, field), copied);
     return count > buf_size;
   }
 };
