@@ -8,5 +8,6 @@
 #include "utl_mem.h"
 #include "utl_str.h"
 #include "utl_file.h"
+#include "utl_hash.h"
 
 #endif /* QXBASE_H */
