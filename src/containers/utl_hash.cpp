@@ -61,8 +61,9 @@ UTL_HASH_TABLE *NewTable(unsigned int bucket_count, UTL_HASH_FUNCTION hash,
                          UTL_HASH_COMPARE_FUNCTION compare) {
   if (bucket_count == 0) return nullptr;
   auto *table =
-      static_cast<UTL_HASH_TABLE *>(UTL_DMEM_CALLOC(1, sizeof(UTL_HASH_TABLE), kTag, __LINE__));
+      static_cast<UTL_HASH_TABLE *>(UTL_DMEM_ALLOC(sizeof(UTL_HASH_TABLE), kTag, __LINE__));
   if (table == nullptr) return TraceAndFail("UTL_HASH_CREATE", table);
+  *table = UTL_HASH_TABLE{};
   table->buckets = static_cast<UTL_HASH_PRIMARY *>(
       UTL_DMEM_CALLOC(bucket_count, sizeof(UTL_HASH_PRIMARY), kTag, __LINE__));
   if (table->buckets == nullptr) {
@@ -156,8 +157,9 @@ UTL_HASH_BUCKET *TraceFillFailure(bool by_reference, int site) {
 UTL_HASH_BUCKET *FillEntry(UTL_HASH_TABLE *table, const char *key, unsigned int key_length,
                            unsigned int byte_count, const void *data, bool by_reference) {
   auto *entry =
-      static_cast<UTL_HASH_BUCKET *>(UTL_DMEM_CALLOC(1, sizeof(UTL_HASH_BUCKET), kTag, __LINE__));
+      static_cast<UTL_HASH_BUCKET *>(UTL_DMEM_ALLOC(sizeof(UTL_HASH_BUCKET), kTag, __LINE__));
   if (entry == nullptr) return TraceFillFailure(by_reference, 10);
+  *entry = UTL_HASH_BUCKET{};
   entry->key = table->copy_function(key);
   if (entry->key == nullptr) {
     ReleaseQuietly(entry);
