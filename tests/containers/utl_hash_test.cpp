@@ -289,7 +289,7 @@ TEST(HashReorganize, MovesEntriesWithoutCopying) {
   std::vector<UTL_HASH_BUCKET *> entries;
   std::vector<void *> key_copies, blocks;
   for (const char *k : keys) {
-    ASSERT_TRUE(UTL_HASH_INSERT(t, k, 3, k));
+    ASSERT_TRUE(UTL_HASH_INSERT(t, k, std::strlen(k) + 1, k));
     entries.push_back(UTL_HASH_INQUIRE(t, k));
     key_copies.push_back(entries.back()->key);
     blocks.push_back(entries.back()->data);
