@@ -9,5 +9,7 @@
 #include "utl_str.h"
 #include "utl_intr.h"
 #include "utl_list.h"
+#include "utl_file.h"
+#include "utl_hash.h"
 
 #endif /* QXBASE_H */

@@ -8,4 +8,5 @@ const char *demo_catalog(void);
 int demo_error(void);
 int demo_mem(void);
 int demo_list(void);
+int demo_hash(void);
 #endif

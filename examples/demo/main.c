@@ -18,6 +18,7 @@ int main(int argc, char **argv) {
   failures += !demo_error();
   failures += !demo_mem();
   failures += !demo_list();
+  failures += !demo_hash();
   printf("\nqx_demo: %s\n", failures == 0 ? "all sections ran" : "some sections failed");
   return failures == 0 ? 0 : 1;
 }
