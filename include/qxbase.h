@@ -7,5 +7,7 @@
 #include "utl_error.h"
 #include "utl_mem.h"
 #include "utl_str.h"
+#include "utl_file.h"
+#include "utl_hash.h"
 
 #endif /* QXBASE_H */
