@@ -7,6 +7,8 @@
 #include "utl_error.h"
 #include "utl_mem.h"
 #include "utl_str.h"
+#include "utl_set.h"
+#include "utl_vector.h"
 #include "utl_file.h"
 #include "utl_hash.h"
 
