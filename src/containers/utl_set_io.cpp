@@ -31,6 +31,7 @@ namespace {
 using u32 = std::uint32_t;
 
 constexpr ErrorRecord kFileError{"UTL", "SET", kFatal, "FILE_ERROR"};
+constexpr ErrorRecord kNotHexadecimal{"UTL", "SET", kFatal, "ILLEGAL_VALUE"};
 constexpr int kBytesPerLine = 20;
 // Characters of the hexadecimal string form, indexed by a word's nibble: the
 // digit holds the nibble's lowest element in its most significant bit.
@@ -244,7 +245,7 @@ char *UTL_SET_TO_STRING(const UTL_SET *set) {
 int UTL_SET_FROM_STRING(const char *string, UTL_SET *set) {
   if (string == nullptr) string = "";
   for (const char *c = string; *c != '\0'; ++c)
-    if (HexValue(*c) < 0) return qx::Fail(kIllegalValue, "UTL_SET_FROM_STRING", 0);
+    if (HexValue(*c) < 0) return qx::Fail(kNotHexadecimal, "UTL_SET_FROM_STRING", 0);
   UTL_SET_CLEAR(set);
   long long first = 0;
   for (const char *c = string; *c != '\0'; ++c, first += 4) {
