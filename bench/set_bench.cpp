@@ -13,7 +13,9 @@
 // kernels can be forced to one path (Path/portable, /popcnt, /avx2, ...).
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <bit>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <random>
@@ -159,6 +161,55 @@ void BM_TanimotoNaivePerBit(benchmark::State &state) {
   Finish(state);
 }
 BENCHMARK(BM_TanimotoNaivePerBit)->Arg(2048)->Unit(benchmark::kMillisecond);
+
+// The library and the native std::popcount loop timed in alternation over the
+// same chunks of fingerprints (which one goes first alternates too), so that
+// both see the same load on a shared machine. Reports both rates and their
+// ratio (library / native).
+void BM_TanimotoVersusNative(benchmark::State &state) {
+  using Clock = std::chrono::steady_clock;
+  const Library &lib = Library::Of(static_cast<int>(state.range(0)));
+  const TanimotoLoop native = NativeLoop();
+  constexpr std::size_t kChunk = 1000;
+  double library_seconds = 0.0, native_seconds = 0.0, sum = 0.0;
+  bool library_first = true;
+  auto run_library = [&](std::size_t from, std::size_t to) {
+    const auto start = Clock::now();
+    for (std::size_t i = from; i < to; ++i) {
+      double t;
+      UTL_SET_TANIMOTO(lib.query, lib.sets[i], nullptr, nullptr, &t);
+      sum += t;
+    }
+    library_seconds += std::chrono::duration<double>(Clock::now() - start).count();
+  };
+  auto run_native = [&](std::size_t from, std::size_t to) {
+    const auto start = Clock::now();
+    for (std::size_t i = from; i < to; ++i)
+      sum += native(lib.query->words, lib.sets[i]->words, lib.Words());
+    native_seconds += std::chrono::duration<double>(Clock::now() - start).count();
+  };
+  for (auto _ : state) {
+    const double before = library_seconds + native_seconds;
+    for (std::size_t from = 0; from < lib.sets.size(); from += kChunk) {
+      const std::size_t to = std::min(from + kChunk, lib.sets.size());
+      if (library_first) {
+        run_library(from, to);
+        run_native(from, to);
+      } else {
+        run_native(from, to);
+        run_library(from, to);
+      }
+      library_first = !library_first;
+    }
+    state.SetIterationTime(library_seconds + native_seconds - before);
+  }
+  benchmark::DoNotOptimize(sum);
+  const double compared = static_cast<double>(state.iterations()) * kFingerprints;
+  state.counters["library_per_s"] = compared / library_seconds;
+  state.counters["native_per_s"] = compared / native_seconds;
+  state.counters["ratio"] = native_seconds / library_seconds;
+}
+BENCHMARK(BM_TanimotoVersusNative)->Arg(1024)->Arg(2048)->UseManualTime();
 
 // The library forced onto each path the CPU supports.
 void BM_TanimotoPath(benchmark::State &state) {
