@@ -89,8 +89,14 @@ using TanimotoLoop = double (*)(const std::uint32_t *, const std::uint32_t *, st
 
 TanimotoLoop NativeLoop() {
   __builtin_cpu_init();
-  if (__builtin_cpu_supports("x86-64-v4")) return TanimotoV4;
-  if (__builtin_cpu_supports("x86-64-v3")) return TanimotoV3;
+  // Feature by feature: clang 14 does not know the level names here.
+  const bool v3 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2") &&
+                  __builtin_cpu_supports("fma") && __builtin_cpu_supports("popcnt");
+  const bool v4 = v3 && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+                  __builtin_cpu_supports("avx512cd") && __builtin_cpu_supports("avx512dq") &&
+                  __builtin_cpu_supports("avx512vl");
+  if (v4) return TanimotoV4;
+  if (v3) return TanimotoV3;
   return TanimotoV2;
 }
 
