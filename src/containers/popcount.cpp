@@ -204,6 +204,17 @@ QX_TARGET_AVX512 QX_INLINE void Avx512Pass(const u32 *a, const u32 *b, std::size
   }
 }
 
+// Counts of a set fit an int (a set has at most INT_MAX elements), and the
+// signed conversion to double is the cheap one.
+QX_INLINE int FinishTanimoto(u64 both, u64 either, int *common, int *union_count,
+                             double *coefficient) {
+  const int c = static_cast<int>(both), u = static_cast<int>(either);
+  if (common != nullptr) *common = c;
+  if (union_count != nullptr) *union_count = u;
+  if (coefficient != nullptr) *coefficient = u == 0 ? 1.0 : static_cast<double>(c) / u;
+  return u;
+}
+
 // ---- One set of entry points per path ------------------------------------
 
 // Instantiates the four kernels of one path from its driver; `attrs` is the
@@ -233,7 +244,14 @@ QX_TARGET_AVX512 QX_INLINE void Avx512Pass(const u32 *a, const u32 *b, std::size
     *in_b = out[1];                                                                                \
     *both = out[2];                                                                                \
   }                                                                                                \
-  constexpr Kernels k##name = {name##Count, name##CountAnd, name##CountAndOr, name##CountEachAnd};
+  attrs int name##Tanimoto(const u32 *a, const u32 *b, std::size_t n, int *common,                 \
+                           int *union_count, double *coefficient) {                                \
+    u64 out[2] = {0, 0};                                                                           \
+    PASS(AndOrOp, a, b, n, out);                                                                   \
+    return FinishTanimoto(out[0], out[1], common, union_count, coefficient);                       \
+  }                                                                                                \
+  constexpr Kernels k##name = {name##Count, name##CountAnd, name##CountAndOr, name##CountEachAnd,  \
+                               name##Tanimoto};
 
 #define QX_PORTABLE_PASS(Op, a, b, n, out) ScalarPass<Op, SoftwareBits>(a, b, n, out)
 #define QX_POPCNT_PASS(Op, a, b, n, out) ScalarPass<Op, HardwareBits>(a, b, n, out)

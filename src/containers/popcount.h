@@ -28,6 +28,12 @@ struct Kernels {
   // |a|, |b| and |a & b| together (cosine).
   void (*count_each_and)(const std::uint32_t *a, const std::uint32_t *b, std::size_t n,
                          std::uint64_t *in_a, std::uint64_t *in_b, std::uint64_t *both);
+  // The whole Tanimoto computation of two equal-length bit strings: common
+  // and union counts and their ratio (1.0 for a zero union) into the outputs
+  // that are not null; returns the union count. Kept in one function per path
+  // so the similarity entry point costs a single jump on top of the count.
+  int (*tanimoto)(const std::uint32_t *a, const std::uint32_t *b, std::size_t n, int *common,
+                  int *union_count, double *coefficient);
 };
 
 enum class Path { kPortable = 0, kPopcnt, kAvx2, kAvx512, kCount };

@@ -445,13 +445,8 @@ int UTL_SET_TANIMOTO(const UTL_SET *a, const UTL_SET *b, int *common, int *union
     if (union_count != nullptr) *union_count = -1;
     return 0;
   }
-  std::uint64_t both, either;
-  Active().count_and_or(a->words, b->words, static_cast<std::size_t>(WordCount(a)), &both, &either);
-  if (common != nullptr) *common = static_cast<int>(both);
-  if (union_count != nullptr) *union_count = static_cast<int>(either);
-  if (coefficient != nullptr)
-    *coefficient = either == 0 ? 1.0 : static_cast<double>(both) / static_cast<double>(either);
-  return static_cast<int>(either);
+  return Active().tanimoto(a->words, b->words, static_cast<std::size_t>(WordCount(a)), common,
+                           union_count, coefficient);
 }
 
 int UTL_SET_COSINE(const UTL_SET *a, const UTL_SET *b, double *coefficient) {

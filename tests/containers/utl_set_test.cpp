@@ -950,6 +950,14 @@ TEST_F(SetPopcount, EveryAvailablePathMatchesTheReferenceLoop) {
         ASSERT_EQ(in_a, r.a) << n;
         ASSERT_EQ(in_b, r.b) << n;
         ASSERT_EQ(common, r.both) << n;
+        int tanimoto_common = -1, tanimoto_union = -1;
+        double t = -1.0;
+        ASSERT_EQ(
+            k.tanimoto(a.data() + oa, b.data() + ob, n, &tanimoto_common, &tanimoto_union, &t),
+            static_cast<int>(r.either));
+        ASSERT_EQ(tanimoto_common, static_cast<int>(r.both));
+        ASSERT_EQ(tanimoto_union, static_cast<int>(r.either));
+        ASSERT_DOUBLE_EQ(t, r.either == 0 ? 1.0 : double(r.both) / double(r.either));
       }
     }
   }
