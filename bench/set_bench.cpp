@@ -259,18 +259,22 @@ void BM_Cardinality(benchmark::State &state) {
 }
 BENCHMARK(BM_Cardinality)->Arg(2048);
 
+// Members visited per second by the UTL_SET_NEXT loop.
 void BM_NextIteration(benchmark::State &state) {
   const Library &lib = Library::Of(static_cast<int>(state.range(0)));
+  long visited = 0;
   for (auto _ : state) {
     long total = 0;
     for (int i = 0; i < 1000; ++i) {
       const UTL_SET *s = lib.sets[static_cast<std::size_t>(i)];
-      for (int e = UTL_SET_NEXT(s, -1); e >= 0; e = UTL_SET_NEXT(s, e))
+      for (int e = UTL_SET_NEXT(s, -1); e >= 0; e = UTL_SET_NEXT(s, e)) {
         total += e;
+        ++visited;
+      }
     }
     benchmark::DoNotOptimize(total);
   }
-  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * 1000);
+  state.SetItemsProcessed(visited);
 }
 BENCHMARK(BM_NextIteration)->Arg(2048);
 
