@@ -205,7 +205,8 @@ QX_API int UTL_SET_WRITE(FILE *stream, const UTL_SET *set);
 /* Reads the binary form, byte-swapping every word when swap is nonzero (a
  * file written on a host of the other byte order). Returns a new set, or
  * NULL with the trace "UTL_SET_READ (10)" (size unreadable), "(15)" (no
- * memory) or "(20)" (words unreadable) added to the file layer's record.
+ * memory) or "(20)" (words unreadable) added to the record of the file layer
+ * (END_OF_FILE, FILE_READ_ERROR) or of the allocator (NO_MEMORY).
  * Guards: a size below 1 records FATAL BAD_SET_SIZE under "UTL_SET_CREATE"
  * before the trace (15); on a regular file, a size whose words cannot all be
  * in the rest of the file takes the "(20)" path without allocating (the
