@@ -66,8 +66,8 @@ QX_API UtlVector *UtlVectorFromSet(const UTL_SET *set);
 /* A new set of n elements holding every element of vector (types 1 and 3 as
  * 32-bit integers, type 2 truncated toward zero). An element outside
  * 0 .. n-1 (a type-2 NaN included) records UTL_SET_INSERT's OUT_RANGE error
- * and is skipped; the set is still returned. A creation failure adds the trace "UtlSetFromVector" and
- * returns NULL. */
+ * and is skipped; the set is still returned. A creation failure adds the
+ * trace "UtlSetFromVector" and returns NULL. */
 QX_API UTL_SET *UtlSetFromVector(const UtlVector *vector, int n);
 
 QX_END_DECLS
