@@ -14,6 +14,7 @@
 #include <immintrin.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 #define QX_INLINE inline __attribute__((always_inline))
@@ -215,6 +216,12 @@ QX_INLINE int FinishTanimoto(u64 both, u64 either, int *common, int *union_count
   return u;
 }
 
+QX_INLINE double FinishCosine(u64 in_a, u64 in_b, u64 both) {
+  if (in_a == 0 || in_b == 0) return in_a == in_b ? 1.0 : 0.0;
+  const double product = static_cast<double>(static_cast<int>(in_a)) * static_cast<int>(in_b);
+  return static_cast<int>(both) / std::sqrt(product);
+}
+
 // ---- One set of entry points per path ------------------------------------
 
 // Instantiates the four kernels of one path from its driver; `attrs` is the
@@ -250,8 +257,13 @@ QX_INLINE int FinishTanimoto(u64 both, u64 either, int *common, int *union_count
     PASS(AndOrOp, a, b, n, out);                                                                   \
     return FinishTanimoto(out[0], out[1], common, union_count, coefficient);                       \
   }                                                                                                \
-  constexpr Kernels k##name = {name##Count, name##CountAnd, name##CountAndOr, name##CountEachAnd,  \
-                               name##Tanimoto};
+  attrs double name##Cosine(const u32 *a, const u32 *b, std::size_t n) {                           \
+    u64 out[3] = {0, 0, 0};                                                                        \
+    PASS(EachAndOp, a, b, n, out);                                                                 \
+    return FinishCosine(out[0], out[1], out[2]);                                                   \
+  }                                                                                                \
+  constexpr Kernels k##name = {name##Count,        name##CountAnd, name##CountAndOr,               \
+                               name##CountEachAnd, name##Tanimoto, name##Cosine};
 
 #define QX_PORTABLE_PASS(Op, a, b, n, out) ScalarPass<Op, SoftwareBits>(a, b, n, out)
 #define QX_POPCNT_PASS(Op, a, b, n, out) ScalarPass<Op, HardwareBits>(a, b, n, out)

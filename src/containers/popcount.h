@@ -30,10 +30,14 @@ struct Kernels {
                          std::uint64_t *in_a, std::uint64_t *in_b, std::uint64_t *both);
   // The whole Tanimoto computation of two equal-length bit strings: common
   // and union counts and their ratio (1.0 for a zero union) into the outputs
-  // that are not null; returns the union count. Kept in one function per path
-  // so the similarity entry point costs a single jump on top of the count.
+  // that are not null; returns the union count. The similarity computations
+  // are kept whole in each path so an entry point costs one jump on top of
+  // the count.
   int (*tanimoto)(const std::uint32_t *a, const std::uint32_t *b, std::size_t n, int *common,
                   int *union_count, double *coefficient);
+  // The cosine coefficient |a & b| / sqrt(|a| |b|): 1.0 when both strings are
+  // empty, 0.0 when one is.
+  double (*cosine)(const std::uint32_t *a, const std::uint32_t *b, std::size_t n);
 };
 
 enum class Path { kPortable = 0, kPopcnt, kAvx2, kAvx512, kCount };

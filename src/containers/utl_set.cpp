@@ -19,7 +19,6 @@
 #include <algorithm>
 #include <bit>
 #include <climits>
-#include <cmath>
 #include <cstring>
 
 #include "containers/popcount.h"
@@ -451,15 +450,7 @@ int UTL_SET_TANIMOTO(const UTL_SET *a, const UTL_SET *b, int *common, int *union
 
 int UTL_SET_COSINE(const UTL_SET *a, const UTL_SET *b, double *coefficient) {
   if (a->size != b->size) return 0;
-  std::uint64_t in_a, in_b, both;
-  Active().count_each_and(a->words, b->words, static_cast<std::size_t>(WordCount(a)), &in_a, &in_b,
-                          &both);
-  double c;
-  if (in_a != 0 && in_b != 0)
-    c = static_cast<double>(both) /
-        std::sqrt(static_cast<double>(in_a) * static_cast<double>(in_b));
-  else
-    c = (in_a == 0 && in_b == 0) ? 1.0 : 0.0;
+  const double c = Active().cosine(a->words, b->words, static_cast<std::size_t>(WordCount(a)));
   if (coefficient != nullptr) *coefficient = c;
   return 1;
 }

@@ -958,6 +958,10 @@ TEST_F(SetPopcount, EveryAvailablePathMatchesTheReferenceLoop) {
         ASSERT_EQ(tanimoto_common, static_cast<int>(r.both));
         ASSERT_EQ(tanimoto_union, static_cast<int>(r.either));
         ASSERT_DOUBLE_EQ(t, r.either == 0 ? 1.0 : double(r.both) / double(r.either));
+        const double cosine = r.a == 0 || r.b == 0
+                                  ? (r.a == r.b ? 1.0 : 0.0)
+                                  : double(r.both) / std::sqrt(double(r.a) * double(r.b));
+        ASSERT_DOUBLE_EQ(k.cosine(a.data() + oa, b.data() + ob, n), cosine);
       }
     }
   }
