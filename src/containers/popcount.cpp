@@ -7,8 +7,8 @@
 // the same instruction set (AVX-512 with a masked load instead). The AVX2
 // kernel counts the bits of each byte by nibble lookup and keeps per-byte
 // sums for at most 31 steps (31 * 8 < 256) before widening them, so no sum
-// can overflow. Each operation (count, and, and/or, each/and) is described
-// once by a small struct that every path applies.
+// can overflow. Each operation (count, and/or, each/and) is described once
+// by a small struct that every path applies.
 #include "containers/popcount.h"
 
 #include <immintrin.h>
@@ -63,20 +63,6 @@ struct CountOp {
   }
   static QX_TARGET_AVX2 QX_INLINE void Avx2(__m256i a, __m256i, __m256i *v) { v[0] = a; }
   static QX_TARGET_AVX512 QX_INLINE void Avx512(__m512i a, __m512i, __m512i *v) { v[0] = a; }
-};
-
-struct AndOp {
-  static constexpr int kOut = 1;
-  template <class Pop>
-  static QX_INLINE void Scalar(u64 a, u64 b, u64 *out) {
-    out[0] += Pop::Of(a & b);
-  }
-  static QX_TARGET_AVX2 QX_INLINE void Avx2(__m256i a, __m256i b, __m256i *v) {
-    v[0] = _mm256_and_si256(a, b);
-  }
-  static QX_TARGET_AVX512 QX_INLINE void Avx512(__m512i a, __m512i b, __m512i *v) {
-    v[0] = _mm512_and_si512(a, b);
-  }
 };
 
 struct AndOrOp {
@@ -226,44 +212,24 @@ QX_INLINE double FinishCosine(u64 in_a, u64 in_b, u64 both) {
 
 // Instantiates the four kernels of one path from its driver; `attrs` is the
 // target attribute of the path (empty for the portable one).
-#define QX_DEFINE_PATH(name, attrs, PASS)                                                          \
-  attrs u64 name##Count(const u32 *w, std::size_t n) {                                             \
-    u64 out[1] = {0};                                                                              \
-    PASS(CountOp, w, w, n, out);                                                                   \
-    return out[0];                                                                                 \
-  }                                                                                                \
-  attrs u64 name##CountAnd(const u32 *a, const u32 *b, std::size_t n) {                            \
-    u64 out[1] = {0};                                                                              \
-    PASS(AndOp, a, b, n, out);                                                                     \
-    return out[0];                                                                                 \
-  }                                                                                                \
-  attrs void name##CountAndOr(const u32 *a, const u32 *b, std::size_t n, u64 *both, u64 *either) { \
-    u64 out[2] = {0, 0};                                                                           \
-    PASS(AndOrOp, a, b, n, out);                                                                   \
-    *both = out[0];                                                                                \
-    *either = out[1];                                                                              \
-  }                                                                                                \
-  attrs void name##CountEachAnd(const u32 *a, const u32 *b, std::size_t n, u64 *in_a, u64 *in_b,   \
-                                u64 *both) {                                                       \
-    u64 out[3] = {0, 0, 0};                                                                        \
-    PASS(EachAndOp, a, b, n, out);                                                                 \
-    *in_a = out[0];                                                                                \
-    *in_b = out[1];                                                                                \
-    *both = out[2];                                                                                \
-  }                                                                                                \
-  attrs int name##Tanimoto(const u32 *a, const u32 *b, std::size_t n, int *common,                 \
-                           int *union_count, double *coefficient) {                                \
-    u64 out[2] = {0, 0};                                                                           \
-    PASS(AndOrOp, a, b, n, out);                                                                   \
-    return FinishTanimoto(out[0], out[1], common, union_count, coefficient);                       \
-  }                                                                                                \
-  attrs double name##Cosine(const u32 *a, const u32 *b, std::size_t n) {                           \
-    u64 out[3] = {0, 0, 0};                                                                        \
-    PASS(EachAndOp, a, b, n, out);                                                                 \
-    return FinishCosine(out[0], out[1], out[2]);                                                   \
-  }                                                                                                \
-  constexpr Kernels k##name = {name##Count,        name##CountAnd, name##CountAndOr,               \
-                               name##CountEachAnd, name##Tanimoto, name##Cosine};
+#define QX_DEFINE_PATH(name, attrs, PASS)                                          \
+  attrs u64 name##Count(const u32 *w, std::size_t n) {                             \
+    u64 out[1] = {0};                                                              \
+    PASS(CountOp, w, w, n, out);                                                   \
+    return out[0];                                                                 \
+  }                                                                                \
+  attrs int name##Tanimoto(const u32 *a, const u32 *b, std::size_t n, int *common, \
+                           int *union_count, double *coefficient) {                \
+    u64 out[2] = {0, 0};                                                           \
+    PASS(AndOrOp, a, b, n, out);                                                   \
+    return FinishTanimoto(out[0], out[1], common, union_count, coefficient);       \
+  }                                                                                \
+  attrs double name##Cosine(const u32 *a, const u32 *b, std::size_t n) {           \
+    u64 out[3] = {0, 0, 0};                                                        \
+    PASS(EachAndOp, a, b, n, out);                                                 \
+    return FinishCosine(out[0], out[1], out[2]);                                   \
+  }                                                                                \
+  constexpr Kernels k##name = {name##Count, name##Tanimoto, name##Cosine};
 
 #define QX_PORTABLE_PASS(Op, a, b, n, out) ScalarPass<Op, SoftwareBits>(a, b, n, out)
 #define QX_POPCNT_PASS(Op, a, b, n, out) ScalarPass<Op, HardwareBits>(a, b, n, out)

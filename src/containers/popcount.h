@@ -20,14 +20,6 @@ namespace qx::popcount {
 struct Kernels {
   // Number of set bits in w[0..n).
   std::uint64_t (*count)(const std::uint32_t *w, std::size_t n);
-  // Number of set bits in a & b.
-  std::uint64_t (*count_and)(const std::uint32_t *a, const std::uint32_t *b, std::size_t n);
-  // |a & b| and |a | b| together (Tanimoto).
-  void (*count_and_or)(const std::uint32_t *a, const std::uint32_t *b, std::size_t n,
-                       std::uint64_t *both, std::uint64_t *either);
-  // |a|, |b| and |a & b| together (cosine).
-  void (*count_each_and)(const std::uint32_t *a, const std::uint32_t *b, std::size_t n,
-                         std::uint64_t *in_a, std::uint64_t *in_b, std::uint64_t *both);
   // The whole Tanimoto computation of two equal-length bit strings: common
   // and union counts and their ratio (1.0 for a zero union) into the outputs
   // that are not null; returns the union count. The similarity computations

@@ -940,16 +940,8 @@ TEST_F(SetPopcount, EveryAvailablePathMatchesTheReferenceLoop) {
               w |= static_cast<std::uint32_t>(bit(rng)) << i;
         const std::size_t oa = n % 4, ob = (n / 4) % 4;
         const Reference r = CountBitByBit(a.data() + oa, b.data() + ob, n);
-        std::uint64_t both = 0, either = 0, in_a = 0, in_b = 0, common = 0;
-        k.count_and_or(a.data() + oa, b.data() + ob, n, &both, &either);
-        k.count_each_and(a.data() + oa, b.data() + ob, n, &in_a, &in_b, &common);
         ASSERT_EQ(k.count(a.data() + oa, n), r.a) << n;
-        ASSERT_EQ(k.count_and(a.data() + oa, b.data() + ob, n), r.both) << n;
-        ASSERT_EQ(both, r.both) << n;
-        ASSERT_EQ(either, r.either) << n;
-        ASSERT_EQ(in_a, r.a) << n;
-        ASSERT_EQ(in_b, r.b) << n;
-        ASSERT_EQ(common, r.both) << n;
+        ASSERT_EQ(k.count(b.data() + ob, n), r.b) << n;
         int tanimoto_common = -1, tanimoto_union = -1;
         double t = -1.0;
         ASSERT_EQ(
