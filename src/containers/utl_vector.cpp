@@ -10,6 +10,7 @@
 #include "utl_vector.h"
 
 #include <climits>
+#include <cstddef>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -39,8 +40,9 @@ unsigned int ElementBytes(int type) {
   }
 }
 
-unsigned int DataBytes(const UtlVector *v) {
-  return ElementBytes(v->type) * static_cast<unsigned int>(v->length);
+// In size_t: a vector of 2^29 doubles or more already exceeds 32 bits.
+std::size_t DataBytes(const UtlVector *v) {
+  return std::size_t{ElementBytes(v->type)} * static_cast<std::size_t>(v->length);
 }
 
 void ReportNotCumulative() {
