@@ -9,6 +9,8 @@
 #include "utl_str.h"
 #include "utl_intr.h"
 #include "utl_list.h"
+#include "utl_set.h"
+#include "utl_vector.h"
 #include "utl_file.h"
 #include "utl_hash.h"
 

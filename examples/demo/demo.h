@@ -9,4 +9,5 @@ int demo_error(void);
 int demo_mem(void);
 int demo_list(void);
 int demo_hash(void);
+int demo_set(void);
 #endif
