@@ -8,5 +8,6 @@
 #include "utl_mem.h"
 #include "utl_str.h"
 #include "utl_geom.h"
+#include "qx_3dgeom.h"
 
 #endif /* QXBASE_H */
