@@ -110,8 +110,8 @@ QX_API double QX_3DGEOM_ANGLE_LN_PL(const double *line, const double *plane);
 QX_API double QX_3DGEOM_ANGLE_3PT(const double *p, const double *a, const double *b);
 /* Torsion p1-p2-p3-p4 in [0, 360): a torsion of -60 is returned as 300 (unlike
  * UTL_GEOM_TAU's -180..180). Plane normals at cosine -0.99999999 or below give
- * 180.0, at 0.99999999 or above 0.0. -1.0 for degenerate input: a bond shorter
- * than 1e-6, or a cosine of consecutive bonds of magnitude in
+ * 180.0, at 0.99999999 or above 0.0. -1.0 for degenerate input: a bond of
+ * 1e-6 or less, or a cosine of consecutive bonds of magnitude in
  * [0.99999, 1.00001] (three colinear points). */
 QX_API double QX_3DGEOM_DIHEDRAL(const double *p1, const double *p2, const double *p3,
                                  const double *p4);
@@ -149,10 +149,13 @@ QX_API double QX_3DGEOM_DIST_2LN(const double *line1, const double *line2);
  * (0, 0, 2)). That sign is deliberate and must be kept. */
 QX_API int QX_3DGEOM_NTRSCT_LN_PL(const double *line, const double *plane, double *out);
 /* The intersection line of two planes into line_out (6 doubles). Its direction
- * unit(N1 x N2) is stored even when a later step fails ((0, 0, 0) for parallel
- * planes, result 0). Its point comes from the line through plane 2's point
- * along unit(u x N2) met with plane 1 by the QX_3DGEOM_NTRSCT_LN_PL step (same
- * sign, same 1e-6 test); 0 when that fails. */
+ * u = unit(N1 x N2) is stored in line_out[3..5] even when a later step fails
+ * ((0, 0, 0) for parallel planes, result 0). Its point would come from the
+ * line through plane 2's point along w = unit(u x N2) met with plane 1 by the
+ * QX_3DGEOM_NTRSCT_LN_PL step (same sign, same 1e-6 test), writing
+ * line_out[0..2]. For unit normals w . N1 = (N1 . N2)^2 - 1 is never positive,
+ * so that step always refuses and the result is 0 with only the direction
+ * written: the function is kept exactly so, callers use the direction. */
 QX_API int QX_3DGEOM_NTRSCT_2PL(const double *plane1, const double *plane2, double *line_out);
 /* out = p - ((p - point) . normal) normal; returns plane. */
 QX_API const double *QX_3DGEOM_PROJ_PT_PL(const double *p, const double *plane, double *out);
@@ -225,14 +228,15 @@ QX_API int QX_3DGEOM_CAP(const double *p0, const double *p1, const double *axis,
  * circle point lies within the arc and the distance to the nearer end point
  * otherwise. */
 QX_API double QX_3DGEOM_DIST_PT_CAP(const double *p, const QX_3DGEOM_CAP_RECORD *cap);
-/* Distance from p to the farthest point of the cap: the largest of the four
- * farthest-point-of-arc evaluations (QX_3DGEOM_MAX_DIST_SQUARED_PT_ARC on the
- * bounding arcs), or |p - p0| + radius when all four farthest points fall on
- * their arcs (a meridian arc that does not exist, for a full azimuth, counts as
- * falling on it). That rule is exact when the point of the sphere opposite p
- * lies outside the cap; when it lies inside the cap near a meridian arc the
- * rule can return the largest boundary distance instead, below the true one.
- * A single-arc cap gives the exact farthest distance of its arc. */
+/* Distance from p to the farthest point of the cap: |p - p0| + radius when
+ * the point of the sphere opposite p lies in the cap (p at p0 included), else
+ * the largest of the farthest-point-of-arc evaluations
+ * (QX_3DGEOM_MAX_DIST_SQUARED_PT_ARC) over the two arcs about a and the two
+ * meridian arcs. Departure: the historical routine decided the first case by
+ * whether all four farthest arc points fell on their arcs; with this cap
+ * construction that test misjudges points beside the meridian arcs, so the
+ * opposite point is tested directly and the result is the exact farthest
+ * distance. A single-arc cap gives the farthest distance of its arc. */
 QX_API double QX_3DGEOM_MAX_DIST_PT_CAP(const double *p, const QX_3DGEOM_CAP_RECORD *cap);
 /* Over n grid points: *min_out = the smallest cap distance (starting at 1e30)
  * and, when max_out is not NULL, *max_out = the largest farthest distance

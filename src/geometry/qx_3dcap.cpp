@@ -337,20 +337,26 @@ double QX_3DGEOM_MAX_DIST_PT_CAP(const double *p, const QX_3DGEOM_CAP_RECORD *ca
   const double *g = cap->geometry;
   int flag = 0;
   if (cap->single_arc) return std::sqrt(FarArcSquared(p, StoredArc(g, kArc0), &flag));
+  // The point of the sphere opposite p is the farthest one; when it lies in
+  // the cap that is the answer. The historical routine inferred this from
+  // "all four farthest arc points fall on their arcs"; on these arcs that
+  // inference misjudges points beside the meridian arcs, so the opposite
+  // point is tested directly.
+  double opposite[3];
+  Diff(g + kCentre, p, opposite);
+  const double length = Length(opposite);
+  if (length == 0.0 || g[kRadius] == 0.0 || RayMeetsCap(g, opposite, length))
+    return length + g[kRadius];
   double best = FarArcSquared(p, StoredArc(g, kArc0), &flag);
-  int all_on_arcs = flag;
   const double other = FarArcSquared(p, StoredArc(g, kArc1), &flag);
-  all_on_arcs &= flag;
   if (other > best) best = other;
   if (HasMeridians(g)) {
     for (int side = -1; side <= 1; side += 2) {
       double axis[3], ref[3];
       const double far = FarArcSquared(p, MeridianArc(g, side, axis, ref), &flag);
-      all_on_arcs &= flag;
       if (far > best) best = far;
     }
   }
-  if (all_on_arcs) return QX_3DGEOM_DIST_2PT(p, g + kCentre) + g[kRadius];
   return std::sqrt(best);
 }
 
