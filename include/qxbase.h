@@ -13,5 +13,7 @@
 #include "utl_vector.h"
 #include "utl_file.h"
 #include "utl_hash.h"
+#include "utl_geom.h"
+#include "qx_3dgeom.h"
 
 #endif /* QXBASE_H */
