@@ -7,5 +7,7 @@
 #include "utl_error.h"
 #include "utl_mem.h"
 #include "utl_str.h"
+#include "qx_linalg.h"
+#include "utl_math.h"
 
 #endif /* QXBASE_H */
