@@ -9,5 +9,6 @@
 #include "utl_str.h"
 #include "qx_linalg.h"
 #include "utl_math.h"
+#include "utl_geom.h"
 
 #endif /* QXBASE_H */
