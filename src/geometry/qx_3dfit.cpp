@@ -17,13 +17,12 @@
 #include <cmath>
 
 #include "common/error_record.h"
+#include "geometry/vec3_rules.h"
 #include "qx_linalg.h"
 
 namespace qx::fit {
 namespace {
 
-constexpr double kZeroSquare = 1e-12;
-constexpr double kZeroLength = 1e-6;
 constexpr double kEigenTie = 0.0001;
 constexpr double kColinearCross = 1e-5;
 constexpr double kMissingImage = 1e-10;
@@ -35,34 +34,15 @@ constexpr ErrorRecord kLineNotUnique{"QX", "3D_GEOM", kError, "Least Squares Lin
 constexpr ErrorRecord kPlaneNotUnique{"QX", "3D_GEOM", kError, "Least Squares Plane is not unique"};
 constexpr ErrorRecord kBadCount{"QX", "3D_GEOM", kError, "Invalid Number of Points"};
 
-// ---- small vector helpers (the geometry family's zero rules) --------------
+using vec3::Cross;
+using vec3::Diff;
+using vec3::Dot;
+using vec3::kZeroLength;
+using vec3::Length;
 
-double Dot(const double *a, const double *b) {
-  return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
-}
-
-void Cross(const double *a, const double *b, double *out) {
-  out[0] = a[1] * b[2] - a[2] * b[1];
-  out[1] = a[2] * b[0] - a[0] * b[2];
-  out[2] = a[0] * b[1] - a[1] * b[0];
-}
-
-// A squared length at or below 1e-12 is length 0.
-double Length(const double *v) {
-  const double s = Dot(v, v);
-  return s > kZeroSquare ? std::sqrt(s) : 0.0;
-}
-
-// v / |v| when |v| > 1e-6, else (0, 0, 0) and false.
+// The normalisation rule; false for a zero vector.
 bool Normalize(const double *v, double *out) {
-  const double len = Length(v);
-  if (len <= kZeroLength) {
-    out[0] = out[1] = out[2] = 0.0;
-    return false;
-  }
-  for (int i = 0; i < 3; ++i)
-    out[i] = v[i] / len;
-  return true;
+  return vec3::Unit(v, out) > 0.0;
 }
 
 void Column(const double *m, int j, double *out) {
@@ -73,7 +53,8 @@ void Column(const double *m, int j, double *out) {
 // Squared distance of p from the line (point, unit direction) by the family's
 // point-to-line rule; a radicand that rounding made negative counts as 0.
 double SquaredDistanceToLine(const double *p, const double *point, const double *dir) {
-  const double d[3] = {p[0] - point[0], p[1] - point[1], p[2] - point[2]};
+  double d[3];
+  Diff(p, point, d);
   const double len = Length(d);
   if (len < kZeroLength) return 0.0;
   const double t = Dot(dir, d);
@@ -178,7 +159,7 @@ void LeastRotation(const double *u, const double *v, const double *perp, double 
   } else {
     const double along = Dot(perp, u);
     const double w[3] = {perp[0] - along * u[0], perp[1] - along * u[1], perp[2] - along * u[2]};
-    if (!Normalize(w, axis)) axis[0] = axis[1] = axis[2] = 0.0;
+    Normalize(w, axis);  // (0, 0, 0) when perp is useless: then R = c I
     sine = 0.0;
     c = c > 0.0 ? 1.0 : -1.0;
   }
@@ -313,9 +294,9 @@ int QX_3DGEOM_BEST_PLANE(int n, const double *points, double *plane, double *res
   if (n < 3) return 0;
   if (n == 3) {
     const double *p1 = points, *p2 = points + 3, *p3 = points + 6;
-    const double e[3] = {p2[0] - p1[0], p2[1] - p1[1], p2[2] - p1[2]};
-    const double f[3] = {p3[0] - p1[0], p3[1] - p1[1], p3[2] - p1[2]};
-    double normal[3];
+    double e[3], f[3], normal[3];
+    Diff(p2, p1, e);
+    Diff(p3, p1, f);
     Cross(e, f, normal);
     if (Length(normal) < kColinearCross) return 0;
     for (int i = 0; i < 3; ++i)
@@ -334,7 +315,8 @@ int QX_3DGEOM_BEST_PLANE(int n, const double *points, double *plane, double *res
   double sum = 0.0;
   for (int k = 0; k < n; ++k) {
     const double *p = points + 3 * k;
-    const double d[3] = {p[0] - plane[0], p[1] - plane[1], p[2] - plane[2]};
+    double d[3];
+    Diff(p, plane, d);
     const double h = Dot(d, plane + 3);
     sum += h * h;
   }
@@ -348,7 +330,8 @@ int QX_3DGEOM_PROJ_PTS_TO_2D(int n, double *points) {
   if (n < 3) {
     double half = 0.0;
     if (n == 2) {
-      const double d[3] = {points[3] - points[0], points[4] - points[1], points[5] - points[2]};
+      double d[3];
+      Diff(points + 3, points, d);
       half = Length(d) / 2.0;
     }
     for (int i = 0; i < 3 * n; ++i)
