@@ -159,9 +159,9 @@ void LeastRotation(const double *u, const double *v, const double *perp, double 
   } else {
     const double along = Dot(perp, u);
     const double w[3] = {perp[0] - along * u[0], perp[1] - along * u[1], perp[2] - along * u[2]};
-    Normalize(w, axis);  // (0, 0, 0) when perp is useless: then R = c I
     sine = 0.0;
     c = c > 0.0 ? 1.0 : -1.0;
+    if (!Normalize(w, axis)) c = 1.0;  // no usable axis: keep R = I, never -I
   }
   const double cross_matrix[9] = {0.0,      -axis[2], axis[1], axis[2], 0.0,
                                   -axis[0], -axis[1], axis[0], 0.0};
