@@ -62,9 +62,17 @@ void Rotate(double *a, int n_runtime, double *d, double *v, int p, int q, double
     t = 1.0 / (std::fabs(theta) + std::sqrt(theta * theta + 1.0));
     if (theta < 0.0) t = -t;
   }
-  const double c = 1.0 / std::sqrt(t * t + 1.0);
-  const double s = t * c;
-  const Rotation rot{s, s / (1.0 + c)};
+  // When t^2 + 1 rounds to 1 (|t| below about 1e-8, the rule in the late
+  // sweeps) the general formulas give exactly c = 1, s = t, tau = t / 2:
+  // sqrt(1) and 1/1 are exact and halving is exact. Taking that shortcut
+  // saves a square root and two divisions without changing a bit.
+  const double t2p1 = t * t + 1.0;
+  Rotation rot{t, 0.5 * t};
+  if (t2p1 != 1.0) {
+    const double c = 1.0 / std::sqrt(t2p1);
+    rot.s = t * c;
+    rot.tau = rot.s / (1.0 + c);
+  }
   const double dh = t * apq;
   d[p] -= dh;
   d[q] += dh;
@@ -131,23 +139,40 @@ bool Sweep(double *a, int n_runtime, double *d, double *v, int &rotations) {
   return false;
 }
 
+// The whole decomposition on arrays of size n. Restores the upper triangle
+// and sorts on success.
 template <int kFixed>
-int SymmetricEigen(double *a, int n_runtime, double *d, double *v, int *rotations_out) {
+bool Decompose(double *a, int n_runtime, double *d, double *v, int &rotations) {
   const int n = kFixed > 0 ? kFixed : n_runtime;
   for (int i = 0; i < n; ++i) {
     for (int j = 0; j < n; ++j)
       v[i * n + j] = i == j ? 1.0 : 0.0;
     d[i] = a[i * n + i];
   }
-  int rotations = 0;
-  const bool converged = n < 2 || Sweep<kFixed>(a, n, d, v, rotations);
-  if (rotations_out != nullptr) *rotations_out = rotations;
-  if (!converged) return Fail(kBadMatrix, "UTL_GEOM_SYMM_EIGENSYS", 0);
+  rotations = 0;
+  if (n >= 2 && !Sweep<kFixed>(a, n, d, v, rotations)) return false;
   for (int p = 0; p + 1 < n; ++p)
     for (int q = p + 1; q < n; ++q)
       a[p * n + q] = a[q * n + p];
   SortAscending(n, d, v);
-  return 1;
+  return true;
+}
+
+// The 3 x 3 case works on local copies: with no possible aliasing between
+// the caller's arrays the compiler keeps them in registers. The arithmetic
+// is the same template, so the results are identical to the general path.
+bool Decompose3(double *a, double *d, double *v, int &rotations) {
+  double la[9], ld[3], lv[9];
+  for (int i = 0; i < 9; ++i)
+    la[i] = a[i];
+  const bool ok = Decompose<3>(la, 3, ld, lv, rotations);
+  for (int i = 0; i < 9; ++i) {
+    a[i] = la[i];
+    v[i] = lv[i];
+  }
+  for (int i = 0; i < 3; ++i)
+    d[i] = ld[i];
+  return ok;
 }
 
 // Row k of U, then column k of L; false when the pivot is too small.
@@ -184,8 +209,11 @@ using namespace qx::linalg;
 extern "C" {
 
 int UTL_GEOM_SYMM_EIGENSYS(double *a, int n, double *values, double *vectors, int *rotations) {
-  if (n == 3) return SymmetricEigen<3>(a, n, values, vectors, rotations);
-  return SymmetricEigen<0>(a, n, values, vectors, rotations);
+  int count = 0;
+  const bool ok =
+      n == 3 ? Decompose3(a, values, vectors, count) : Decompose<0>(a, n, values, vectors, count);
+  if (rotations != nullptr) *rotations = count;
+  return ok ? 1 : Fail(kBadMatrix, "UTL_GEOM_SYMM_EIGENSYS", 0);
 }
 
 int QX_LINALG_SIMUL_EQS_SPD(double *matrix, int n, double *b) {
