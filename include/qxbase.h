@@ -10,5 +10,6 @@
 #include "qx_linalg.h"
 #include "utl_math.h"
 #include "utl_geom.h"
+#include "qx_3dgeom.h"
 
 #endif /* QXBASE_H */

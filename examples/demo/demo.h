@@ -7,4 +7,5 @@ const char *demo_catalog(void);
 
 int demo_error(void);
 int demo_fit(void);
+int demo_geom(void);
 #endif

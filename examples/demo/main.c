@@ -8,13 +8,16 @@
 
 static const char *catalog_dir = QX_DEMO_CATALOG;
 
-const char *demo_catalog(void) { return catalog_dir; }
+const char *demo_catalog(void) {
+  return catalog_dir;
+}
 
 int main(int argc, char **argv) {
   int failures = 0;
   if (argc > 1) catalog_dir = argv[1];
   failures += !demo_error();
   failures += !demo_fit();
+  failures += !demo_geom();
   printf("\nqx_demo: %s\n", failures == 0 ? "all sections ran" : "some sections failed");
   return failures == 0 ? 0 : 1;
 }
