@@ -30,9 +30,10 @@ QX_BEGIN_DECLS
  * space and restored from the lower triangle on success, so a symmetric a is
  * returned unchanged.
  * Returns 1 on success (at once, with values = diagonal and vectors = I, for
- * n < 2), or 0 after 50 sweeps without convergence (a NaN or infinite
- * element, for instance): UTL / GEOM / FATAL / BAD_MATRIX is recorded, and a,
- * values and vectors hold the partial state of the last sweep. */
+ * n < 2), or 0 after 50 sweeps without convergence (a NaN element, for
+ * instance; infinite elements may also end in NaN results with 1): UTL / GEOM /
+ * FATAL / BAD_MATRIX is recorded, and a, values and vectors hold the partial
+ * state of the last sweep. */
 QX_API int UTL_GEOM_SYMM_EIGENSYS(double *a, int n, double *values, double *vectors,
                                   int *rotations);
 
@@ -42,7 +43,9 @@ QX_API int UTL_GEOM_SYMM_EIGENSYS(double *a, int n, double *values, double *vect
  * of the 3 x 3 axes the unit axis of value j.
  * Returns 1, or 0 when n < 3 (UTL / GEOM / FATAL / INSUFF_POINTS recorded) or
  * when the eigensolver fails (its BAD_MATRIX entry plus the trace
- * "UTL_GEOM_PRIN_AXIS"; a zero weight sum leads there through NaN). */
+ * "UTL_GEOM_PRIN_AXIS").
+ * Guard: weights that sum to 0 would divide by zero; they are treated as too
+ * few points (INSUFF_POINTS, outputs untouched). */
 QX_API int UTL_GEOM_PRIN_AXIS(int n, const double *points, const double *weights, double *centre,
                               double *values, double *axes);
 

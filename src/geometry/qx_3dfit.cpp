@@ -252,6 +252,7 @@ int UTL_GEOM_PRIN_AXIS(int n, const double *points, const double *weights, doubl
     for (int i = 0; i < 3; ++i)
       sum[i] += wk * points[3 * k + i];
   }
+  if (total == 0.0) return qx::Fail(kInsufficient, "UTL_GEOM_PRIN_AXIS", 0);
   for (int i = 0; i < 3; ++i)
     centre[i] = sum[i] / total;
   double m[9] = {0.0};

@@ -209,6 +209,10 @@ TEST(PrinAxis, Failures) {
   EXPECT_EQ(UTL_GEOM_PRIN_AXIS(2, pts.data(), nullptr, c, v, a), 0);
   ExpectError("UTL/GEOM/FATAL/INSUFF_POINTS", {"UTL_GEOM_PRIN_AXIS"});
   UTL_ERROR_CLEAR();
+  const double cancelling[3] = {1, -2, 1};
+  EXPECT_EQ(UTL_GEOM_PRIN_AXIS(3, pts.data(), cancelling, c, v, a), 0);
+  ExpectError("UTL/GEOM/FATAL/INSUFF_POINTS", {"UTL_GEOM_PRIN_AXIS"});
+  UTL_ERROR_CLEAR();
   pts[4] = NAN;
   EXPECT_EQ(UTL_GEOM_PRIN_AXIS(3, pts.data(), nullptr, c, v, a), 0);
   ExpectError("UTL/GEOM/FATAL/BAD_MATRIX", {"UTL_GEOM_SYMM_EIGENSYS", "UTL_GEOM_PRIN_AXIS"});
