@@ -100,9 +100,11 @@ QX_API int QX_3DGEOM_PROJ_PTS_TO_2D(int n, double *points);
  * 1.0); rms may be null, else *rms = sqrt(sum w |A - cA - R (B - cB)|^2 / W)
  * with W the weight sum.
  * R is always a proper rotation (determinant +1), built as follows:
- *   - b_j with |C a_j|^2 below 1e-10 counts as missing (an absolute limit in
- *     squared length^2 units: a set of extent near 1e-3 is treated as a
- *     point);
+ *   - the a_j come in ascending order of eigenvalue (a_3 the strongest);
+ *     b_j with |C a_j|^2 below 1e-10 counts as missing. The limit is
+ *     absolute (C is in squared length units, so singular values below 1e-5
+ *     count as zero): sets smaller than about 1e-3 in extent behave as a
+ *     point;
  *   - three or two vectors present: b_3 is kept, b_2 is made orthogonal to it,
  *     and b_1 = det(a) (b_2 x b_3). For well-posed input with det C > 0 this is
  *     the classic Kabsch rotation; with det C < 0 (the best orthogonal fit
