@@ -366,27 +366,6 @@ TEST(ProjPts, SmallCountsAndTheThirdCoordinate) {
   ExpectError("QX/3D_GEOM/ERROR/Invalid Number of Points", {"QX_3DGEOM_PROJ_PTS_TO_2D"});
 }
 
-TEST(ProjPts, HorizontalSetsMoveRigidly) {
-  for (double height : {0.0, 5.0, -2.5}) {
-    Vec pts = Random(27, 4), out;
-    for (int k = 0; k < 9; ++k)
-      pts[3 * k + 1] /= 4, pts[3 * k + 2] = height;
-    out = pts;
-    ASSERT_EQ(QX_3DGEOM_PROJ_PTS_TO_2D(9, out.data()), 1);
-    double spread_x = 0, spread_y = 0;
-    for (int k = 0; k < 9; ++k) {
-      EXPECT_NEAR(out[3 * k + 2], -height, 1e-12);
-      spread_x += out[3 * k] * out[3 * k], spread_y += out[3 * k + 1] * out[3 * k + 1];
-      for (int m = 0; m < k; ++m) {
-        const double dx0 = pts[3 * k] - pts[3 * m], dy0 = pts[3 * k + 1] - pts[3 * m + 1];
-        const double dx1 = out[3 * k] - out[3 * m], dy1 = out[3 * k + 1] - out[3 * m + 1];
-        EXPECT_NEAR(dx0 * dx0 + dy0 * dy0, dx1 * dx1 + dy1 * dy1, 1e-9);
-      }
-    }
-    EXPECT_GT(spread_x, spread_y) << "x runs along the main axis";
-  }
-}
-
 // ---- superposition -------------------------------------------------------------
 
 struct Fit {
