@@ -219,7 +219,8 @@ QX_API double QX_3DGEOM_MAX_DIST_SQUARED_PT_ARC(const double *p, const double *c
  * and fills it; the caller frees it with UTL_DMEM_FREE. Returns 1. Guard: the
  * historical library did not check the allocation; here a refused allocation
  * leaves NO_MEMORY on the error stack with the trace "QX_3DGEOM_CAP (0)", sets
- * *cap to NULL and returns 0. */
+ * *cap to NULL and returns 0. A zero axis is taken as (0, 0, 1); p1 = p0
+ * gives a cap of radius 0, every distance to it being |p - p0|. */
 QX_API int QX_3DGEOM_CAP(const double *p0, const double *p1, const double *axis, double angle1,
                          double angle2, QX_3DGEOM_CAP_RECORD **cap);
 /* Distance from p to the cap: |(|p - p0|) - radius| when the ray from p0

@@ -21,8 +21,10 @@
 // single-arc cap (single_arc = 1) fills arc 0 only.
 //
 // The nearest point of a cap is the radial projection of p when that lies in
-// the cap, else a point of the boundary; distances to an arc are exact (the
-// circle point nearest or farthest when it lies on the arc, else an end).
+// the cap, else a point of the boundary; the farthest is the point opposite p
+// when that lies in the cap, else a point of the boundary. Distances to an arc
+// are exact: the circle point nearest (farthest) when it lies on the arc, else
+// the nearer (farther) end.
 #include <cmath>
 #include <cstddef>
 
@@ -215,7 +217,7 @@ void BuildCap(QX_3DGEOM_CAP_RECORD *cap, const double *p0, const double *p1, con
     x = 0.0;
   CapFrame f;
   double d[3];
-  Unit(axis, f.a);
+  if (Unit(axis, f.a) == 0.0) f.a[2] = 1.0;  // a zero axis is taken as +z
   Diff(p1, p0, d);
   Copy(p0, g + kCentre);
   Copy(f.a, g + kAxis);
@@ -224,13 +226,14 @@ void BuildCap(QX_3DGEOM_CAP_RECORD *cap, const double *p0, const double *p1, con
   g[kDistance] = f.radius;
   const double *b = g + kBase;
   const double along = Dot(b, f.a);
-  if (std::fabs(along) >= kAlongAxis) {
-    QX_3DVEC_PERPENDICULAR(f.a, f.e0);  // the same 0.9 switch as the vector family
-  } else {
-    for (int i = 0; i < 3; ++i)
-      f.e0[i] = b[i] - along * f.a[i];
+  for (int i = 0; i < 3; ++i)
+    f.e0[i] = b[i] - along * f.a[i];
+  // b along the axis (or p1 = p0) leaves no azimuth origin: take the
+  // perpendicular of the axis with the 0.9 switch of the vector family.
+  if (std::fabs(along) >= kAlongAxis || Unit(f.e0, f.e0) == 0.0) {
+    QX_3DVEC_PERPENDICULAR(f.a, f.e0);
+    Unit(f.e0, f.e0);
   }
-  Unit(f.e0, f.e0);
   Cross(f.a, f.e0, f.e1);
   const double azimuth = std::fabs(angle1) * qx::vec3::kRadiansPerDegree;
   const double span = std::fabs(angle2) * qx::vec3::kRadiansPerDegree;

@@ -809,6 +809,30 @@ TEST(Qx3dGeomCap, OppositePointInsideGivesCentreDistancePlusRadius) {
   UTL_DMEM_FREE(cap, "test", __LINE__);
 }
 
+TEST(Qx3dGeomCap, DegenerateCapsStayFinite) {
+  struct Row {
+    double p1[3], axis[3], angle1, angle2;
+  };
+  constexpr Row kRows[] = {
+      {{1, 1, 1}, {0, 0, 1}, 30, 30},  // p1 = p0: radius 0
+      {{1, 1, 1}, {0, 0, 1}, 0, 30},  {{1, 1, 1}, {0, 1, 0}, 30, 0},
+      {{3, 1, 1}, {0, 0, 0}, 40, 25},  // zero axis: as (0, 0, 1)
+      {{3, 1, 1}, {0, 0, 0}, 0, 25},
+  };
+  const double p0[3] = {1, 1, 1}, z[3] = {0, 0, 1}, p[3] = {-2, 4, 1.5};
+  for (const Row &row : kRows) {
+    QX_3DGEOM_CAP_RECORD *cap = nullptr, *ref = nullptr;
+    ASSERT_EQ(QX_3DGEOM_CAP(p0, row.p1, row.axis, row.angle1, row.angle2, &cap), 1);
+    ASSERT_EQ(QX_3DGEOM_CAP(p0, row.p1, z, row.angle1, row.angle2, &ref), 1);
+    const bool point = row.p1[0] == p0[0];
+    const double near = QX_3DGEOM_DIST_PT_CAP(p, cap), far = QX_3DGEOM_MAX_DIST_PT_CAP(p, cap);
+    EXPECT_NEAR(near, point ? Dist(p, p0) : QX_3DGEOM_DIST_PT_CAP(p, ref), 1e-12);
+    EXPECT_NEAR(far, point ? Dist(p, p0) : QX_3DGEOM_MAX_DIST_PT_CAP(p, ref), 1e-12);
+    UTL_DMEM_FREE(cap, "test", __LINE__);
+    UTL_DMEM_FREE(ref, "test", __LINE__);
+  }
+}
+
 TEST(Qx3dGeomCap, RecordAllocationAndItsFailure) {
   EXPECT_EQ(sizeof(QX_3DGEOM_CAP_RECORD), 400u);
   const double p0[3] = {0, 0, 0}, p1[3] = {1, 0, 0}, axis[3] = {0, 0, 1};

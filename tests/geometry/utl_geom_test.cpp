@@ -394,6 +394,12 @@ TEST(UtlGeomAlign, AlignxMapsAnyDirectionOntoX) {
   double m[9];
   EXPECT_EQ(UTL_GEOM_ALIGNX(p, p, m), 0);
   ExpectError("UTL/GEOM/FATAL/ZERO_LENGTH_VECTOR", {"UTL_GEOM_VUNIT", "UTL_GEOM_ALIGNX"});
+  // Too short to align but not zero: only the trace line, which the error
+  // stack files under its own PROGRAM_ERROR warning.
+  UTL_ERROR_CLEAR();
+  const double short_u[3] = {5e-5, 0, 0};
+  EXPECT_EQ(UTL_GEOM_ALIGNX(nullptr, short_u, m), 0);
+  ExpectError("UTL/ERROR/WARNING/PROGRAM_ERROR", {"UTL_ERROR_ADD_TRACE", "UTL_GEOM_ALIGNX"});
 }
 
 TEST(UtlGeomCrystal, MatricesAreInversesAndReproduceTheCell) {
