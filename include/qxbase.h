@@ -13,6 +13,8 @@
 #include "utl_vector.h"
 #include "utl_file.h"
 #include "utl_hash.h"
+#include "qx_linalg.h"
+#include "utl_math.h"
 #include "utl_geom.h"
 #include "qx_3dgeom.h"
 

@@ -10,5 +10,6 @@ int demo_mem(void);
 int demo_list(void);
 int demo_hash(void);
 int demo_set(void);
+int demo_fit(void);
 int demo_geom(void);
 #endif

@@ -20,6 +20,7 @@ int main(int argc, char **argv) {
   failures += !demo_list();
   failures += !demo_hash();
   failures += !demo_set();
+  failures += !demo_fit();
   failures += !demo_geom();
   printf("\nqx_demo: %s\n", failures == 0 ? "all sections ran" : "some sections failed");
   return failures == 0 ? 0 : 1;
