@@ -7,5 +7,6 @@
 #include "utl_error.h"
 #include "utl_mem.h"
 #include "utl_str.h"
+#include "utl_db.h"
 
 #endif /* QXBASE_H */
