@@ -32,9 +32,9 @@ QX_API int UTL_ERROR_SET(const char *product, const char *facility, const char *
 
 /* As UTL_ERROR_SET, with the first trace line "%.50s: %.30s(%d)" of routine,
  * file and line. */
-QX_API void UTL_ERROR_SET_FILENAME(const char *product, const char *facility,
-                                   const char *severity, const char *code, const char *routine,
-                                   const char *file, int line);
+QX_API void UTL_ERROR_SET_FILENAME(const char *product, const char *facility, const char *severity,
+                                   const char *code, const char *routine, const char *file,
+                                   int line);
 
 /* Appends a trace line to the top error. With no error set, first records
  * UTL / ERROR / WARNING / PROGRAM_ERROR from "UTL_ERROR_ADD_TRACE". Returns the

@@ -8,7 +8,9 @@
 
 static const char *catalog_dir = QX_DEMO_CATALOG;
 
-const char *demo_catalog(void) { return catalog_dir; }
+const char *demo_catalog(void) {
+  return catalog_dir;
+}
 
 int main(int argc, char **argv) {
   int failures = 0;

@@ -10,8 +10,7 @@
 
 namespace qx {
 
-void RecordErrorWithMessage(const ErrorRecord &record, const char *routine,
-                            const char *message) {
+void RecordErrorWithMessage(const ErrorRecord &record, const char *routine, const char *message) {
   RecordError(record, routine);
   UTL_ERROR_SET_MESSAGE(message);
 }

@@ -19,7 +19,8 @@ inline void CopyText(char *dst, std::size_t width, const char *src) {
   if (width == 0) return;
   std::size_t n = 0;
   if (src != nullptr) {
-    while (n + 1 < width && src[n] != '\0') ++n;
+    while (n + 1 < width && src[n] != '\0')
+      ++n;
     std::memcpy(dst, src, n);
   }
   dst[n] = '\0';
@@ -34,7 +35,8 @@ inline void CopyText(char (&dst)[N], const char *src) {
 #if defined(__GNUC__)
 __attribute__((format(printf, 3, 4)))
 #endif
-inline void FormatText(char *dst, std::size_t width, const char *format, ...) {
+inline void
+FormatText(char *dst, std::size_t width, const char *format, ...) {
   if (width == 0) return;
   va_list args;
   va_start(args, format);
@@ -44,7 +46,9 @@ inline void FormatText(char *dst, std::size_t width, const char *format, ...) {
 }
 
 // Length of a possibly null text.
-inline std::size_t TextLength(const char *s) { return s == nullptr ? 0 : std::strlen(s); }
+inline std::size_t TextLength(const char *s) {
+  return s == nullptr ? 0 : std::strlen(s);
+}
 
 }  // namespace qx
 

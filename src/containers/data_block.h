@@ -24,8 +24,12 @@ namespace qx {
 inline constexpr std::uint32_t kByReference = 0x80000000u;
 inline constexpr std::uint32_t kCountMask = 0x7FFFFFFFu;
 
-constexpr std::uint32_t BlockCount(std::uint32_t size_word) { return size_word & kCountMask; }
-constexpr bool IsReference(std::uint32_t size_word) { return (size_word & kByReference) != 0; }
+constexpr std::uint32_t BlockCount(std::uint32_t size_word) {
+  return size_word & kCountMask;
+}
+constexpr bool IsReference(std::uint32_t size_word) {
+  return (size_word & kByReference) != 0;
+}
 
 template <std::uint32_t kInline>
 struct BlockRules {

@@ -22,7 +22,8 @@ void UTL_BYTE_MOVE(void *dst, const void *src, unsigned int n) {
 void UTL_SWAP_BYTES(void *data, unsigned int word_size, unsigned int count) {
   if (word_size < 2) return;
   auto *word = static_cast<unsigned char *>(data);
-  for (unsigned int i = 0; i < count; ++i, word += word_size) std::reverse(word, word + word_size);
+  for (unsigned int i = 0; i < count; ++i, word += word_size)
+    std::reverse(word, word + word_size);
 }
 
 }  // extern "C"

@@ -37,7 +37,9 @@ struct Stack {
 
 extern Stack g_stack;
 
-inline Entry &TopEntry() { return g_stack.entries[g_stack.top]; }
+inline Entry &TopEntry() {
+  return g_stack.entries[g_stack.top];
+}
 
 // Empties every entry from `top` down to and including the nearest barrier
 // (or entry 0), releases the trace lines they owned, and leaves `top` at the

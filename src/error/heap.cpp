@@ -27,14 +27,18 @@ inline bool Refuse() {
 
 }  // namespace
 
-void *Malloc(std::size_t size) { return Refuse() ? nullptr : std::malloc(size); }
+void *Malloc(std::size_t size) {
+  return Refuse() ? nullptr : std::malloc(size);
+}
 void *Calloc(std::size_t count, std::size_t size) {
   return Refuse() ? nullptr : std::calloc(count, size);
 }
 void *Realloc(void *ptr, std::size_t size) {
   return Refuse() ? nullptr : std::realloc(ptr, size);
 }
-void Free(void *ptr) { std::free(ptr); }
+void Free(void *ptr) {
+  std::free(ptr);
+}
 
 void FailNth(unsigned long n, bool sticky) {
   g_countdown = n;
@@ -44,7 +48,11 @@ void ClearFailure() {
   g_countdown = 0;
   g_sticky = false;
 }
-unsigned long RequestCount() { return g_requests; }
-unsigned long InjectedFailures() { return g_injected; }
+unsigned long RequestCount() {
+  return g_requests;
+}
+unsigned long InjectedFailures() {
+  return g_injected;
+}
 
 }  // namespace qx::heap

@@ -41,10 +41,13 @@ int WriteToStream(void *stream, const char *text) {
 
 UTL_ERROR_OUTPUT_FUNC g_output = WriteToStream;
 
-int Out(void *stream, const char *text) { return g_output(stream, text); }
+int Out(void *stream, const char *text) {
+  return g_output(stream, text);
+}
 
 void LowerCase(char *text) {
-  for (; *text != '\0'; ++text) *text = static_cast<char>(std::tolower(static_cast<unsigned char>(*text)));
+  for (; *text != '\0'; ++text)
+    *text = static_cast<char>(std::tolower(static_cast<unsigned char>(*text)));
 }
 
 bool ExistsUnder(const char *tree, const char *key, char (&path)[kPathBuffer]) {
@@ -78,7 +81,8 @@ std::FILE *OpenCatalogueFile(const Entry &entry) {
 
 void WriteCatalogueText(void *stream, std::FILE *file) {
   char line[kLineBuffer];
-  while (std::fgets(line, sizeof line, file) != nullptr && line[0] != '@') Out(stream, line);
+  while (std::fgets(line, sizeof line, file) != nullptr && line[0] != '@')
+    Out(stream, line);
   std::fclose(file);
 }
 
@@ -128,8 +132,10 @@ void WriteEntryAtLevel(void *stream, int e) {
 void WriteDownToBarrier(void *stream) {
   if (g_level == 0) return;
   int lowest = g_stack.top;
-  while (lowest > 0 && !g_stack.entries[lowest].barrier) --lowest;
-  for (int e = lowest; e <= g_stack.top; ++e) WriteEntryAtLevel(stream, e);
+  while (lowest > 0 && !g_stack.entries[lowest].barrier)
+    --lowest;
+  for (int e = lowest; e <= g_stack.top; ++e)
+    WriteEntryAtLevel(stream, e);
 }
 
 void AppendMessageTrace(const char *trace) {
@@ -173,14 +179,15 @@ UTL_ERROR_OUTPUT_FUNC UTL_ERROR_DEFINE_OUTPUT_MSG(UTL_ERROR_OUTPUT_FUNC output) 
 
 int UTL_ERROR_ADD_TREE(const char *directory) {
   using qx::error::TreeNode;
-  auto *node = static_cast<TreeNode *>(
-      UTL_DMEM_CALLOC(1, sizeof(TreeNode), qx::error::kTag, __LINE__));
+  auto *node =
+      static_cast<TreeNode *>(UTL_DMEM_CALLOC(1, sizeof(TreeNode), qx::error::kTag, __LINE__));
   if (node == nullptr) {
     UTL_ERROR_ADD_TRACE("UTL_ERROR_ADD_TREE");
     return 0;
   }
   TreeNode **link = &qx::error::g_trees;
-  while (*link != nullptr) link = &(*link)->next;
+  while (*link != nullptr)
+    link = &(*link)->next;
   *link = node;
   node->path = UTL_DSTR_SAVE(directory, qx::error::kTag, __LINE__);
   if (node->path == nullptr) {
@@ -206,7 +213,8 @@ void UTL_ERROR_SHOW(void) {
     std::fputs("No Data Present on Error Stack\n", stderr);
     return;
   }
-  for (int e = 0; e <= g_stack.top; ++e) qx::error::WriteEntryAtLevel(stderr, e);
+  for (int e = 0; e <= g_stack.top; ++e)
+    qx::error::WriteEntryAtLevel(stderr, e);
 }
 
 void UTL_ERROR_PRINT(void *stream) {

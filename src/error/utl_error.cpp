@@ -28,8 +28,7 @@ namespace {
 
 // Steps 1-3 of recording: choose the entry and fill its identity. False when
 // the stack is full and the error is dropped.
-bool OpenRecord(const char *product, const char *facility, const char *severity,
-                const char *code) {
+bool OpenRecord(const char *product, const char *facility, const char *severity, const char *code) {
   if (g_stack.top == kLastEntry) {
     g_stack.overflow = 1;
     return false;
@@ -149,8 +148,8 @@ using qx::error::TopEntry;
 
 extern "C" {
 
-int UTL_ERROR_SET(const char *product, const char *facility, const char *severity,
-                  const char *code, const char *routine) {
+int UTL_ERROR_SET(const char *product, const char *facility, const char *severity, const char *code,
+                  const char *routine) {
   if (!qx::error::OpenRecord(product, facility, severity, code)) return 0;
   qx::error::PushTraceLine(routine);
   return 1;
@@ -163,7 +162,9 @@ void UTL_ERROR_SET_FILENAME(const char *product, const char *facility, const cha
   qx::error::Record(product, facility, severity, code, trace);
 }
 
-int UTL_ERROR_ADD_TRACE(const char *text) { return qx::error::AppendTrace(text); }
+int UTL_ERROR_ADD_TRACE(const char *text) {
+  return qx::error::AppendTrace(text);
+}
 
 void UTL_ERROR_ADD_TRACE_FILENAME(const char *routine, const char *file, int line) {
   char trace[qx::error::kTraceWidth];
@@ -191,19 +192,33 @@ const char *UTL_ERROR_EXCEPTION_CODE(void) {
   return TopEntry().is_set ? TopEntry().code : nullptr;
 }
 
-int UTL_ERROR_IS_SET(void) { return TopEntry().is_set; }
+int UTL_ERROR_IS_SET(void) {
+  return TopEntry().is_set;
+}
 
-int UTL_ERROR_IS(const char *code) { return UTL_STR_CMP_NOCASE(TopEntry().code, code) == 0; }
+int UTL_ERROR_IS(const char *code) {
+  return UTL_STR_CMP_NOCASE(TopEntry().code, code) == 0;
+}
 
-int UTL_ERROR_IS_END_LOOP(void) { return UTL_ERROR_IS("UIMS_USER_END_LOOP"); }
+int UTL_ERROR_IS_END_LOOP(void) {
+  return UTL_ERROR_IS("UIMS_USER_END_LOOP");
+}
 
-int UTL_ERROR_IS_ABORT(void) { return UTL_ERROR_IS("UIMS_USER_CANCEL"); }
+int UTL_ERROR_IS_ABORT(void) {
+  return UTL_ERROR_IS("UIMS_USER_CANCEL");
+}
 
-int UTL_ERROR_IS_FATAL(void) { return qx::error::SeverityIs(TopEntry(), UtlErrorFatal); }
+int UTL_ERROR_IS_FATAL(void) {
+  return qx::error::SeverityIs(TopEntry(), UtlErrorFatal);
+}
 
-int UTL_ERROR_IS_WARNING(void) { return qx::error::SeverityIs(TopEntry(), UtlErrorWarning); }
+int UTL_ERROR_IS_WARNING(void) {
+  return qx::error::SeverityIs(TopEntry(), UtlErrorWarning);
+}
 
-int UTL_ERROR_IS_INFO(void) { return qx::error::SeverityIs(TopEntry(), UtlErrorInfo); }
+int UTL_ERROR_IS_INFO(void) {
+  return qx::error::SeverityIs(TopEntry(), UtlErrorInfo);
+}
 
 int UTL_ERROR_ANY_FATAL(void) {
   for (int e = g_stack.top; e >= 0; --e)
@@ -243,7 +258,9 @@ int UTL_ERROR_SAVE(char **product, char **facility, char **severity, char **code
   return 1;
 }
 
-void UTL_ERROR_PUSH(void) { qx::error::OpenBarrier(); }
+void UTL_ERROR_PUSH(void) {
+  qx::error::OpenBarrier();
+}
 
 void UTL_ERROR_POP(void) {
   if (qx::error::NearestBarrier() < 0) return;

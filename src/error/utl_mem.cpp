@@ -13,7 +13,9 @@ namespace {
 
 constexpr qx::ErrorRecord kNoMemory = {"UTL", "MEM", qx::kFatal, "NO_MEMORY"};
 
-inline std::size_t AtLeastOne(unsigned int size) { return size == 0 ? 1 : size; }
+inline std::size_t AtLeastOne(unsigned int size) {
+  return size == 0 ? 1 : size;
+}
 
 }  // namespace
 
@@ -25,8 +27,7 @@ void *UTL_DMEM_ALLOC(unsigned int size, const char * /*file*/, int /*line*/) {
   return block;
 }
 
-void *UTL_DMEM_CALLOC(unsigned int count, unsigned int size, const char * /*file*/,
-                      int /*line*/) {
+void *UTL_DMEM_CALLOC(unsigned int count, unsigned int size, const char * /*file*/, int /*line*/) {
   void *block = (count == 0 || size == 0) ? qx::heap::Calloc(1, 1) : qx::heap::Calloc(count, size);
   if (block == nullptr) qx::RecordError(kNoMemory, "UTL_MEM_CALLOC");
   return block;

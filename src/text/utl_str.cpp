@@ -12,7 +12,9 @@
 
 namespace {
 
-inline int FoldUpper(unsigned char c) { return (c >= 'a' && c <= 'z') ? c - 'a' + 'A' : c; }
+inline int FoldUpper(unsigned char c) {
+  return (c >= 'a' && c <= 'z') ? c - 'a' + 'A' : c;
+}
 
 }  // namespace
 

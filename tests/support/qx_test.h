@@ -35,7 +35,8 @@ class CaptureStream {
     std::rewind(file_);
     char buf[4096];
     std::size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, file_)) > 0) text.append(buf, n);
+    while ((n = std::fread(buf, 1, sizeof buf, file_)) > 0)
+      text.append(buf, n);
     return text;
   }
 
@@ -63,16 +64,27 @@ struct ErrorView {
 
 inline ErrorView Entry(int e) {
   const auto &entry = qx::error::g_stack.entries[e];
-  ErrorView view{entry.product, entry.facility, entry.severity, entry.code, entry.message,
-                 entry.is_set != 0, {}};
+  ErrorView view{entry.product,
+                 entry.facility,
+                 entry.severity,
+                 entry.code,
+                 entry.message,
+                 entry.is_set != 0,
+                 {}};
   for (int i = 0; i < entry.trace_count; ++i)
     view.traces.emplace_back(qx::error::g_stack.traces[entry.first_trace + i]);
   return view;
 }
 
-inline ErrorView TopError() { return Entry(qx::error::g_stack.top); }
-inline int StackTop() { return qx::error::g_stack.top; }
-inline int TraceFill() { return qx::error::g_stack.fill; }
+inline ErrorView TopError() {
+  return Entry(qx::error::g_stack.top);
+}
+inline int StackTop() {
+  return qx::error::g_stack.top;
+}
+inline int TraceFill() {
+  return qx::error::g_stack.fill;
+}
 
 // "PRODUCT/FACILITY/SEVERITY/CODE" of the top error, or "" when none is set.
 inline std::string TopIdentity() {
