@@ -6,4 +6,5 @@
 const char *demo_catalog(void);
 
 int demo_error(void);
+int demo_db(void);
 #endif

@@ -16,6 +16,7 @@ int main(int argc, char **argv) {
   int failures = 0;
   if (argc > 1) catalog_dir = argv[1];
   failures += !demo_error();
+  failures += !demo_db();
   printf("\nqx_demo: %s\n", failures == 0 ? "all sections ran" : "some sections failed");
   return failures == 0 ? 0 : 1;
 }
