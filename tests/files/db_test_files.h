@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -55,6 +56,17 @@ inline uint32_t Word(const Bytes &b, std::size_t at) {
 inline void SetWord(Bytes &b, std::size_t at, uint32_t v) {
   for (int i = 0; i < 4; ++i)
     b.at(at + i) = static_cast<unsigned char>(v >> (8 * i));
+}
+
+struct At {
+  std::size_t at;
+  uint32_t value;
+};
+
+// Expects each listed word of a file image; label names the table row.
+inline void ExpectWords(const Bytes &b, std::initializer_list<At> words, uint32_t label = 0) {
+  for (const At &w : words)
+    EXPECT_EQ(Word(b, w.at), w.value) << "row " << label << " @" << w.at;
 }
 
 // Header offsets used by the tests.

@@ -33,35 +33,15 @@ TEST_F(DbTest, DefaultStoreIsByteExact) {
   const Bytes b = Slurp(Path());
   ASSERT_EQ(b.size(), kDefaultSize);
   EXPECT_EQ(std::string(b.begin(), b.begin() + 4), "ZELK");
-  const struct {
-    std::size_t at;
-    uint32_t value;
-  } words[] = {{4, 0},
-               {8, 0},
-               {kGranularity, 8},
-               {kLimit, 1024},
-               {kSelector, 1},
-               {kHeads, 156},
-               {kLargeHead, 0},
-               {kChunk, 8192},
-               {kExtension, 4096},
-               {kFirstSegment, 683},
-               {kHashTable, 8894},
-               {kLastSegment, 683},
-               {kTotal, 512},
-               {kFree, 512},
-               {kIncrement, 512},
-               {kBuckets, 512},
-               {kFirstFree, 0},
-               {kCachePointer, 0},
-               {672, 8200},
-               {676, 0},
-               {683, 0},
-               {687, 512},
-               {8883, 2048},
-               {8887, 0}};
-  for (const auto &w : words)
-    EXPECT_EQ(Word(b, w.at), w.value) << "offset " << w.at;
+  // clang-format off
+  ExpectWords(b, {
+      {4, 0}, {8, 0}, {kGranularity, 8}, {kLimit, 1024}, {kSelector, 1}, {kHeads, 156},
+      {kLargeHead, 0}, {kChunk, 8192}, {kExtension, 4096}, {kFirstSegment, 683},
+      {kHashTable, 8894}, {kLastSegment, 683}, {kTotal, 512}, {kFree, 512}, {kIncrement, 512},
+      {kBuckets, 512}, {kFirstFree, 0}, {kCachePointer, 0}, {672, 8200}, {676, 0}, {683, 0},
+      {687, 512}, {8883, 2048}, {8887, 0}
+  });
+  // clang-format on
   EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[12])), "Gorps the Grumbler");
   for (std::size_t i = 12 + 18; i < 92; ++i)
     EXPECT_EQ(b[i], 0) << i;
@@ -99,26 +79,17 @@ TEST_F(DbTest, CreationParametersShapeTheLayout) {
     const Bytes b = Slurp(path);
     ASSERT_EQ(b.size(), r.size);
     const uint32_t keys = r.keys != 0 ? r.keys : 512;
-    const struct {
-      std::size_t at;
-      uint32_t value;
-    } words[] = {{kGranularity, r.want_g},
-                 {kLimit, r.want_limit},
-                 {kSelector, r.want_selector},
-                 {kChunk, r.want_chunk},
-                 {kExtension, r.want_extension},
-                 {kIncrement, r.want_increment},
-                 {kBuckets, r.want_buckets},
-                 {kFirstSegment, r.first_segment},
-                 {kLastSegment, r.first_segment},
-                 {kHashTable, r.hash_table},
-                 {kTotal, keys},
-                 {kFree, keys},
-                 {r.first_segment - 11, 16 * keys + 8},
-                 {r.hash_table - 11, 4 * r.want_buckets},
-                 {r.hash_table + 4 * (r.want_buckets - 1), kBit31}};
-    for (const auto &w : words)
-      EXPECT_EQ(Word(b, w.at), w.value) << r.size << " @" << w.at;
+    // clang-format off
+    ExpectWords(b, {
+        {kGranularity, r.want_g}, {kLimit, r.want_limit}, {kSelector, r.want_selector},
+        {kChunk, r.want_chunk}, {kExtension, r.want_extension}, {kIncrement, r.want_increment},
+        {kBuckets, r.want_buckets}, {kFirstSegment, r.first_segment},
+        {kLastSegment, r.first_segment}, {kHashTable, r.hash_table}, {kTotal, keys},
+        {kFree, keys}, {r.first_segment - 11, 16 * keys + 8},
+        {r.hash_table - 11, 4 * r.want_buckets},
+        {r.hash_table + 4 * (r.want_buckets - 1), kBit31}
+    }, r.size);
+    // clang-format on
   }
 }
 
@@ -270,39 +241,17 @@ TEST_F(DbTest, WritesLandWhereTheHeapRulesPutThem) {
 
   const Bytes b = Slurp(Path());
   ASSERT_EQ(b.size(), 15038u);
-  const struct {
-    std::size_t at;
-    uint32_t value;
-  } words[] = {{kLargeHead, 11058},
-               {kFirstFree, 2},
-               {kFree, 510},
-               {kTotal, 512},
-               {156, 0},
-               {164, 0},
-               {168, 0},
-               {10942, 8},
-               {10946, 0},
-               {10961, 24},
-               {10965, 0},
-               {10996, 32},
-               {11000, 0},
-               {11039, 8},
-               {11058, 3969},
-               {11062, 0},
-               {EntryAt(0), 0},
-               {EntryAt(0) + 4, 10953},
-               {EntryAt(0) + 8, kBit31},
-               {EntryAt(0) + 12, 11007},
-               {EntryAt(1), 1},
-               {EntryAt(1) + 4, 11050},
-               {EntryAt(1) + 8, kBit31},
-               {EntryAt(1) + 12, 10972},
-               {EntryAt(2), 3 | kBit31},
-               {kTable + 4 * 324, 0},
-               {kTable + 4 * 205, 1},
-               {kTable + 4 * 323, kBit31}};
-  for (const auto &w : words)
-    EXPECT_EQ(Word(b, w.at), w.value) << "offset " << w.at;
+  // clang-format off
+  ExpectWords(b, {
+      {kLargeHead, 11058}, {kFirstFree, 2}, {kFree, 510}, {kTotal, 512}, {156, 0}, {164, 0},
+      {168, 0}, {10942, 8}, {10946, 0}, {10961, 24}, {10965, 0}, {10996, 32}, {11000, 0},
+      {11039, 8}, {11058, 3969}, {11062, 0}, {EntryAt(0), 0}, {EntryAt(0) + 4, 10953},
+      {EntryAt(0) + 8, kBit31}, {EntryAt(0) + 12, 11007}, {EntryAt(1), 1},
+      {EntryAt(1) + 4, 11050}, {EntryAt(1) + 8, kBit31}, {EntryAt(1) + 12, 10972},
+      {EntryAt(2), 3 | kBit31}, {kTable + 4 * 324, 0}, {kTable + 4 * 205, 1},
+      {kTable + 4 * 323, kBit31}
+  });
+  // clang-format on
   EXPECT_EQ(std::string(&b[10953], &b[10959]), "\5water");
   EXPECT_EQ(std::string(&b[11050], &b[11054]), "\3ice");
   EXPECT_EQ(std::string(&b[11007], &b[11037]), std::string(10, 'C') + std::string(20, 'B'));
@@ -357,27 +306,14 @@ TEST_F(DbTest, KeyListGrowsBySegments) {
   // The segment needs 8200 bytes: the file grows by 8212, handed out whole.
   const Bytes b = Slurp(Path());
   ASSERT_EQ(b.size(), 19154u);
-  const struct {
-    std::size_t at;
-    uint32_t value;
-  } words[] = {{kTotal, 1024},
-               {kFree, 511},
-               {kFirstFree, 513},
-               {kLastSegment, 10953},
-               {kFirstSegment, 683},
-               {kLargeHead, 0},
-               {683, 10953},
-               {10942, 8201},
-               {10946, 0},
-               {10953, 0},
-               {10957, 512},
-               {10961, 512},
-               {10965, 0},
-               {10969, kBit31},
-               {10977, 514 | kBit31},
-               {10953 + 8 + 16 * 511, 1024 | kBit31}};
-  for (const auto &w : words)
-    EXPECT_EQ(Word(b, w.at), w.value) << "offset " << w.at;
+  // clang-format off
+  ExpectWords(b, {
+      {kTotal, 1024}, {kFree, 511}, {kFirstFree, 513}, {kLastSegment, 10953},
+      {kFirstSegment, 683}, {kLargeHead, 0}, {683, 10953}, {10942, 8201}, {10946, 0}, {10953, 0},
+      {10957, 512}, {10961, 512}, {10965, 0}, {10969, kBit31}, {10977, 514 | kBit31},
+      {10953 + 8 + 16 * 511, 1024 | kBit31}
+  });
+  // clang-format on
 }
 
 // Bucket numbers worked out by hand from the three name hashes (512 buckets).
@@ -433,24 +369,15 @@ TEST_F(DbTest, EqualNamesChainNewestFirst) {
     EXPECT_EQ(UTL_DB_DELETE(db, key), 0);
   ASSERT_EQ(UTL_DB_CLOSE(db), 1);
   const Bytes b = Slurp(Path());
-  const struct {
-    std::size_t at;
-    uint32_t value;
-  } words[] = {{kFirstFree, 3},
-               {kFree, 510},
-               {EntryAt(3), 1 | kBit31},
-               {EntryAt(3) + 4, 0},
-               {EntryAt(3) + 8, kBit31},
-               {EntryAt(1), 4 | kBit31},
-               {EntryAt(1) + 4, 0},
-               {EntryAt(0) + 8, kBit31},
-               {kTable + 4 * 380, 0},
-               {kTable + 4 * 452, 2},
-               {156, 10999},
-               {10999, 8},
-               {11003, 10961}};  // class 1: 10999, 10961
-  for (const auto &w : words)
-    EXPECT_EQ(Word(b, w.at), w.value) << "offset " << w.at;
+  // Class 1 (8-byte blocks) now holds the names of keys 3 and 1: 10999, then 10961.
+  // clang-format off
+  ExpectWords(b, {
+      {kFirstFree, 3}, {kFree, 510}, {EntryAt(3), 1 | kBit31}, {EntryAt(3) + 4, 0},
+      {EntryAt(3) + 8, kBit31}, {EntryAt(1), 4 | kBit31}, {EntryAt(1) + 4, 0},
+      {EntryAt(0) + 8, kBit31}, {kTable + 4 * 380, 0}, {kTable + 4 * 452, 2}, {156, 10999},
+      {10999, 8}, {11003, 10961}
+  });
+  // clang-format on
 }
 
 TEST_F(DbTest, DeletedKeysAndBlocksAreReused) {
