@@ -38,7 +38,10 @@
  *    Allocate from FreeKeyList." otherwise), and a free key cannot be deleted
  *    again;
  *  - sizes are computed in 64 bits and a store never grows past 2^31-1 bytes
- *    ("DiskAlloc: Failed to extend heap by %d").
+ *    ("DiskAlloc: Failed to extend heap by %d");
+ *  - a chunk whose write-back failed (FlushHeap line) stays resident and dirty
+ *    instead of being released, so the cache may then hold more than 50
+ *    chunks but never silently drops a change.
  *
  * Names are meant to be shorter than 256 characters: the name record keeps the
  * length modulo 256, lookups compare that byte and the characters, and
