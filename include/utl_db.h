@@ -28,12 +28,14 @@
  *  - a free block taken from a small list must have exactly its class size,
  *    must not point at itself and must lie inside the heap, else the
  *    "DiskAlloc: Failed to read free space list header" line; a block of the
- *    large list must lie inside the heap and the list may not be longer than
- *    the heap could hold blocks, else the "AttemptAllocation: Failed to read
- *    heap at daddr" line; either ends the allocation without growing the file;
- *  - walks of the key segments and of a name's bucket chain stop after as many
- *    steps as the heap could hold segments or entries (and no more than the
- *    key total), which fails the operation as a missing key;
+ *    large list must lie inside the heap and the list may neither loop nor be
+ *    longer than the heap could hold blocks, else the "AttemptAllocation:
+ *    Failed to read heap at daddr" line; either ends the allocation without
+ *    growing the file;
+ *  - walks of the key segments and of a name's bucket chain stop where they
+ *    loop, after as many steps as the heap could hold segments or entries (and
+ *    no more than the key total), or at a segment without keys, which fails
+ *    the operation as a missing key;
  *  - the free-key list may only hand out a free entry ("AllocateKey: Failed to
  *    Allocate from FreeKeyList." otherwise), and a free key cannot be deleted
  *    again;

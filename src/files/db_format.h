@@ -84,6 +84,27 @@ struct KeyEntry {
   uint32_t word[4];
 };
 
+// Brent's cycle detection for walks along links read from the file: true once
+// the walk comes back to a link it has passed, found within about twice the
+// length of the walk up to the end of the cycle. Valid files never loop.
+class LoopGuard {
+ public:
+  bool Revisits(uint64_t link) {
+    if (link == saved_) return true;
+    if (++steps_ == span_) {
+      saved_ = link;
+      steps_ = 0;
+      span_ *= 2;
+    }
+    return false;
+  }
+
+ private:
+  uint64_t saved_ = ~uint64_t{0};
+  uint64_t steps_ = 0;
+  uint64_t span_ = 1;
+};
+
 struct Cache;
 
 // Segments already walked, so that locating a key costs a binary search
@@ -99,6 +120,7 @@ struct SegmentIndex {
   uint32_t capacity = 0;
   int64_t covered = 0;        // keys held by the indexed segments
   uint32_t next_payload = 0;  // next field of the last indexed segment
+  LoopGuard loop;
 };
 
 }  // namespace qx::db

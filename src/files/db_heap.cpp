@@ -14,9 +14,9 @@
 //
 // Records are read and written as 12 bytes (their eleven plus the first
 // payload byte); a record made from scratch carries zeros after its two words.
-// Hostile files: a list walk stops after as many steps as the heap could hold
-// blocks, and a free block must fit inside the heap and, on a small list, have
-// its class size; anything else is reported as an unreadable record.
+// Hostile files: a list walk stops at the first block it revisits, and after
+// as many steps as the heap could hold blocks, and a free block must fit inside the heap and, on a
+// small list, have its class size; anything else is reported as an unreadable record.
 #include "files/db_heap.h"
 
 #include <algorithm>
@@ -99,9 +99,11 @@ Fit FromLargeList(UtlDb *db, uint32_t s, uint32_t *payload) {
   const uint64_t max_steps = HeapEnd(db->cache) / kRecordIoSize + 1;
   uint32_t prev = 0;
   uint32_t block = db->header.large_head;
+  LoopGuard loop;
   for (uint64_t steps = 0; block != 0; ++steps) {
     BlockRecord record;
-    if (steps >= max_steps || !ReadRecord(db, block, &record) || !FitsHeap(db, block, record)) {
+    if (steps >= max_steps || loop.Revisits(block) || !ReadRecord(db, block, &record) ||
+        !FitsHeap(db, block, record)) {
       PrintErrorLine("AttemptAllocation: Failed to read heap at daddr %d\n",
                      static_cast<int>(block));
       return Fit::kError;

@@ -9,8 +9,9 @@
 // the front. A named key's entry points at a name record {length byte, the
 // characters}; the bucket of the name (one of three hashes chosen by the
 // header) heads a chain linked through word 2, newest first, so equal names
-// are found newest first. Walks over hostile files stop after as many steps as
-// the file could hold segments or entries.
+// are found newest first. Walks over hostile files stop at the first link
+// they revisit, and in any case after as many steps as the file could hold
+// segments or entries; a segment without keys ends the chain.
 #include "files/db_keys.h"
 
 #include <algorithm>
@@ -25,7 +26,8 @@ namespace qx::db {
 
 namespace {
 
-constexpr uint32_t kMinSegmentBlock = kRecordSize + kSegmentHead;
+// A segment holds at least one key: files never hold empty segments.
+constexpr uint32_t kMinSegmentBlock = kRecordSize + kSegmentHead + kEntrySize;
 constexpr uint32_t kEntryBatch = 64;
 
 void DecodeEntry(const unsigned char *bytes, KeyEntry *entry) {
@@ -43,7 +45,7 @@ bool ReadSegmentHead(UtlDb *db, uint32_t payload, uint32_t *next, uint32_t *coun
   if (payload == 0 || !HeapRead(db->cache, payload, head, kSegmentHead)) return false;
   *next = GetU32(head);
   *count = GetU32(head + 4);
-  return true;
+  return *count != 0;
 }
 
 uint64_t MaxSegments(UtlDb *db) {
@@ -54,10 +56,11 @@ uint64_t MaxSegments(UtlDb *db) {
 bool WalkToEntry(UtlDb *db, int key, uint64_t *addr) {
   uint32_t payload = db->header.first_segment;
   int64_t before = 0;
+  LoopGuard loop;
   for (uint64_t steps = 0; steps < MaxSegments(db); ++steps) {
     uint32_t next = 0;
     uint32_t count = 0;
-    if (!ReadSegmentHead(db, payload, &next, &count)) return false;
+    if (loop.Revisits(payload) || !ReadSegmentHead(db, payload, &next, &count)) return false;
     if (before + count > key) {
       *addr = uint64_t{payload} + kSegmentHead + kEntrySize * uint64_t(key - before);
       return true;
@@ -86,6 +89,9 @@ Grow IndexNextSegment(UtlDb *db) {
     ix.items = static_cast<SegmentIndex::Segment *>(items);
     ix.capacity = static_cast<uint32_t>(capacity);
   }
+  // Checked only once the segment is sure to be indexed, so that a retry after
+  // running short of memory does not look like a loop.
+  if (ix.loop.Revisits(payload)) return Grow::kEnd;
   ix.items[ix.size++] = {payload, count, ix.covered};
   ix.covered += count;
   ix.next_payload = next;
@@ -213,14 +219,15 @@ Match NameMatches(UtlDb *db, uint32_t record, const char *name, uint32_t length)
 bool UnlinkName(UtlDb *db, int key, const KeyEntry &entry) {
   unsigned char name[256];
   uint32_t bucket_head = 0;
-  bool found = false;
   if (HeapRead(db->cache, entry.word[1], name, 1) && name[0] > 0 &&
       HeapRead(db->cache, uint64_t{entry.word[1]} + 1, name + 1, name[0])) {
     const uint64_t bucket = BucketAddress(db->header, name + 1, name[0]);
     if (ReadWord(db, bucket, &bucket_head)) {
       if (bucket_head == static_cast<uint32_t>(key)) return WriteWord(db, bucket, entry.word[2]);
       uint32_t k = bucket_head;
-      for (uint64_t steps = 0; !found && !(k & kNoKey) && steps < MaxChainSteps(db); ++steps) {
+      LoopGuard loop;
+      for (uint64_t steps = 0; !(k & kNoKey) && steps < MaxChainSteps(db); ++steps) {
+        if (loop.Revisits(k)) break;
         KeyEntry link;
         uint64_t addr = 0;
         if (!KeyInRange(db, static_cast<int>(k)) ||
@@ -308,7 +315,9 @@ int FindNamedKey(UtlDb *db, const char *name, int after) {
     return -1;
   }
   bool started = after < 0;
+  LoopGuard loop;
   for (uint64_t steps = 0; !(k & kNoKey) && steps < MaxChainSteps(db); ++steps) {
+    if (loop.Revisits(k)) return -1;
     KeyEntry entry;
     uint64_t addr = 0;
     if (!KeyInRange(db, static_cast<int>(k)) || !ReadEntry(db, static_cast<int>(k), &entry, &addr))

@@ -106,6 +106,12 @@ const Damage kDamages[] = {
      },
      [](UtlDb *db) { return UTL_DB_FIND(db, 5, nullptr) + UTL_DB_GENKEY(db, nullptr); }, -2,
      "AllocateKey: Failed to Allocate from FreeKeyList.\n"},
+    {"key segments in a loop",
+     [](Bytes &b) {
+       SetWord(b, 683, 683);  // key 512 would find key 0's entry again
+       SetWord(b, kTotal, 2000);
+     },
+     [](UtlDb *db) { return UTL_DB_FIND(db, 512, nullptr); }, -1, ""},
     {"bucket chain in a loop",
      [](Bytes &b) {
        SetWord(b, EntryAt(0) + 8, 0);
