@@ -215,32 +215,42 @@ Match NameMatches(UtlDb *db, uint32_t record, const char *name, uint32_t length)
   return Match::kError;
 }
 
+// The bucket of the name stored in the record at `record`.
+bool StoredNameBucket(UtlDb *db, uint32_t record, uint64_t *bucket) {
+  unsigned char name[256];
+  if (!HeapRead(db->cache, record, name, 1) || name[0] == 0 ||
+      !HeapRead(db->cache, uint64_t{record} + 1, name + 1, name[0]))
+    return false;
+  *bucket = BucketAddress(db->header, name + 1, name[0]);
+  return true;
+}
+
+// Makes the link that leads to key in the chain of `bucket` lead to `next`.
+bool Relink(UtlDb *db, uint64_t bucket, int key, uint32_t next) {
+  uint32_t k = 0;
+  if (!ReadWord(db, bucket, &k)) return false;
+  if (k == static_cast<uint32_t>(key)) return WriteWord(db, bucket, next);
+  LoopGuard loop;
+  for (uint64_t steps = 0; !(k & kNoKey) && steps < MaxChainSteps(db); ++steps) {
+    KeyEntry link;
+    uint64_t addr = 0;
+    if (loop.Revisits(k) || !KeyInRange(db, static_cast<int>(k)) ||
+        !ReadEntry(db, static_cast<int>(k), &link, &addr))
+      return false;
+    if (link.word[2] == static_cast<uint32_t>(key)) {
+      link.word[2] = next;
+      return WriteEntry(db, addr, link);
+    }
+    k = link.word[2];
+  }
+  return false;
+}
+
 // Removes key from the chain of its name's bucket.
 bool UnlinkName(UtlDb *db, int key, const KeyEntry &entry) {
-  unsigned char name[256];
-  uint32_t bucket_head = 0;
-  if (HeapRead(db->cache, entry.word[1], name, 1) && name[0] > 0 &&
-      HeapRead(db->cache, uint64_t{entry.word[1]} + 1, name + 1, name[0])) {
-    const uint64_t bucket = BucketAddress(db->header, name + 1, name[0]);
-    if (ReadWord(db, bucket, &bucket_head)) {
-      if (bucket_head == static_cast<uint32_t>(key)) return WriteWord(db, bucket, entry.word[2]);
-      uint32_t k = bucket_head;
-      LoopGuard loop;
-      for (uint64_t steps = 0; !(k & kNoKey) && steps < MaxChainSteps(db); ++steps) {
-        if (loop.Revisits(k)) break;
-        KeyEntry link;
-        uint64_t addr = 0;
-        if (!KeyInRange(db, static_cast<int>(k)) ||
-            !ReadEntry(db, static_cast<int>(k), &link, &addr))
-          break;
-        if (link.word[2] == static_cast<uint32_t>(key)) {
-          link.word[2] = entry.word[2];
-          return WriteEntry(db, addr, link);
-        }
-        k = link.word[2];
-      }
-    }
-  }
+  uint64_t bucket = 0;
+  if (StoredNameBucket(db, entry.word[1], &bucket) && Relink(db, bucket, key, entry.word[2]))
+    return true;
   PrintErrorLine("FreeKey: Attempt to free non-existent key %d\n", key);
   return false;
 }

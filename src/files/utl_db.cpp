@@ -229,7 +229,8 @@ void FreeHandle(UtlDb *db) {
   UTL_DMEM_FREE(db, kTag, __LINE__);
 }
 
-// Reads the entry of a key that must be in range; in_use tells whether it is.
+// Reads the entry of a key; false for a null handle, a key out of range or an
+// unreadable entry.
 bool EntryOf(UtlDb *db, int key, KeyEntry *entry, uint64_t *addr) {
   return db != nullptr && KeyInRange(db, key) && ReadEntry(db, key, entry, addr);
 }
