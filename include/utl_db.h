@@ -119,9 +119,9 @@ QX_API int UTL_DB_UNLOCK(const char *path);
 QX_API int UTL_DB_GENKEY(UtlDb *db, const char *name);
 
 /* Frees a key in use with its name and data record; the key becomes the first
- * free key. Returns 1, or 0 for a key out of range or already free, and after
- * "FreeKey: Attempt to free non-existent key %d" when its name is missing from
- * its bucket chain. */
+ * free key and its entry reads {next free key | 0x80000000, 0, 0x80000000, 0}. Returns 1, or 0 for
+ * a key out of range or already free, and after "FreeKey: Attempt to free non-existent key %d" when
+ * its name is missing from its bucket chain. */
 QX_API int UTL_DB_DELETE(UtlDb *db, int key);
 
 /* Stores length bytes of data as the key's record: in place when the current

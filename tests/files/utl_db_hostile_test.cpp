@@ -3,6 +3,8 @@
 // or hang (the sanitizer run checks memory).
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cstring>
 #include <random>
 #include <string>
@@ -168,6 +170,22 @@ const Damage kDamages[] = {
      },
      [](UtlDb *db) { return UTL_DB_GENKEY(db, "x"); }, -1,
      "DiskAlloc: Failed to extend heap by 2147483632\n"},
+    {"small-list heads beyond the end, freeing", [](Bytes &b) { SetWord(b, kHeads, 70000); },
+     [](UtlDb *db) { return UTL_DB_WRITE(db, 0, 2000, std::string(2000, 'x').data()); }, 0,
+     "HeapSeek: Attempt to seek to 8 chunk is greater than limit of 2 chunks\n"
+     "HeapRead: Cannot find 4 bytes at location 70008\n"
+     "DiskFree: Failed to read small address 70008\n"},
+    {"data capacity beyond the heap, large buffer",
+     [](Bytes &b) { SetWord(b, 10961, 0xFFFFFFF0u); },
+     [](UtlDb *db) {
+       static char buffer[8000];
+       int delivered = -1;
+       return UTL_DB_READ(db, 0, sizeof buffer, buffer, &delivered) * 10 + delivered;
+     },
+     0,
+     "HeapSeek: Attempt to seek to 2 chunk is greater than limit of 2 chunks\n"
+     "HeapRead: Cannot find 8000 bytes at location 10972\n"
+     "UTL_DB_READ: Failed to read 8000 bytes at 10972\n"},
     // Misuse on an intact file.
     {"write to a free key", [](Bytes &) {},
      [](UtlDb *db) { return UTL_DB_WRITE(db, 7, 4, "abcd"); }, 0,
@@ -266,6 +284,47 @@ TEST_F(DbHostileTest, WritesThroughAReadOnlyHandleFail) {
   EXPECT_EQ(UTL_DB_FIND(db, 1, nullptr), 1);  // the dirty chunk was kept, not dropped
   EXPECT_EQ(UTL_DB_CLOSE(db), 1);
   EXPECT_EQ(Slurp(Path()), base_);
+
+  // Key 0's record moved into the last chunk (14976..15037), then rewritten.
+  Bytes image = base_;
+  SetWord(image, EntryAt(0) + 12, 15000);
+  SetWord(image, 14989, 24);
+  Spill(Path(), image);
+  db = UTL_DB_OPEN(Path().c_str(), "r", 64);
+  ASSERT_NE(db, nullptr);
+  ASSERT_EQ(UTL_DB_WRITE(db, 0, 10, "0123456789"), 1);
+  {
+    qxtest::CaptureStream err(stderr);
+    for (int k = 0; k < 512; ++k)
+      UTL_DB_FIND(db, k, nullptr);
+    text = err.Text();
+  }
+  EXPECT_EQ(text.substr(0, text.find('\n') + 1), "FlushHeap: Failed to write last chunk to disk\n");
+  EXPECT_EQ(UTL_DB_CLOSE(db), 1);
+}
+
+// The file shrinks under an open store: chunks that were never loaded can no
+// longer be read, for reading or for writing.
+TEST_F(DbHostileTest, FileTruncatedWhileOpen) {
+  UtlDb *reader = UTL_DB_OPEN(Path().c_str(), "r", 0);
+  UtlDb *writer = nullptr;
+  ASSERT_NE(reader, nullptr);
+  ASSERT_EQ(truncate(Path().c_str(), 8192), 0);
+  {
+    qxtest::CaptureStream err(stderr);
+    EXPECT_EQ(ReadKey0(reader), 1000);
+    EXPECT_EQ(err.Text(),
+              "HeapRead: Failed to read chunk from disk\n"
+              "DiskAllocSize: Failed read address 10961\n");
+  }
+  EXPECT_EQ(UTL_DB_CLOSE(reader), 1);
+  Spill(Path(), base_);
+  writer = UTL_DB_OPEN(Path().c_str(), "u", 0);
+  ASSERT_NE(writer, nullptr);
+  ASSERT_EQ(truncate(Path().c_str(), 0), 0);
+  qxtest::CaptureStream err(stderr);
+  EXPECT_EQ(UTL_DB_CLOSE(writer), 0);  // the header cannot be written back
+  EXPECT_EQ(err.Text(), "HeapWrite: Failed to read chunk from disk\n");
 }
 
 // Any work at all on a damaged store: the results do not matter, only that
