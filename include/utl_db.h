@@ -93,7 +93,8 @@ QX_API int UTL_DB_XCREATE(const char *path, int keys, int key_increment, int buc
  * Returns the handle, owned by the caller until UTL_DB_CLOSE, or NULL when the
  * file cannot be opened, is not exactly a closed store ("ZELK"), the lock mark
  * cannot be written, or the cache cannot be built ("CreateHeap: Failed to
- * Allocate Heap of %d chunks"). */
+ * Allocate Heap of %d chunks"). The cache is built before the lock mark is
+ * written, so an open that fails leaves an existing file as it was. */
 QX_API UtlDb *UTL_DB_OPEN(const char *path, const char *mode, int chunk_size);
 
 /* Writes the header (with the closed mark) and every dirty chunk back, then
