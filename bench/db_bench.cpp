@@ -10,8 +10,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <numeric>
 #include <random>
 #include <string>
@@ -28,7 +30,9 @@ std::string ScratchPath(const char *name) {
   static std::string dir;
   if (dir.empty()) {
     char pattern[] = "/tmp/qx_db_bench_XXXXXX";
-    dir = mkdtemp(pattern) != nullptr ? pattern : "/tmp";
+    if (mkdtemp(pattern) == nullptr) std::abort();
+    dir = pattern;
+    std::atexit([] { std::filesystem::remove_all(dir); });
   }
   return dir + "/" + name;
 }
