@@ -17,5 +17,6 @@
 #include "utl_math.h"
 #include "utl_geom.h"
 #include "qx_3dgeom.h"
+#include "utl_db.h"
 
 #endif /* QXBASE_H */

@@ -12,4 +12,5 @@ int demo_hash(void);
 int demo_set(void);
 int demo_fit(void);
 int demo_geom(void);
+int demo_db(void);
 #endif

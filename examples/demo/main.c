@@ -22,6 +22,7 @@ int main(int argc, char **argv) {
   failures += !demo_set();
   failures += !demo_fit();
   failures += !demo_geom();
+  failures += !demo_db();
   printf("\nqx_demo: %s\n", failures == 0 ? "all sections ran" : "some sections failed");
   return failures == 0 ? 0 : 1;
 }
