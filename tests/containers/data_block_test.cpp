@@ -106,7 +106,7 @@ TYPED_TEST(DataBlock, NullSourceIsZeroBytesAndRefusalLeavesTheElement) {
       EXPECT_EQ(out[i], 0) << i;
     Rules::Release(e.size, e.data, kTag, __LINE__);
   }
-  unsigned char mine[4] = {};
+  unsigned char mine[30] = {};
   Element e;
   Rules::StoreReference(e.size, e.data, mine, 4);
   qxtest::FailAllocation guard(1);
