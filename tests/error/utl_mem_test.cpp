@@ -26,10 +26,13 @@
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define QX_TEST_ASAN
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(QX_TEST_ASAN)
 constexpr bool kAsan = true;
-#elif defined(__has_feature)
-constexpr bool kAsan = __has_feature(address_sanitizer);
 #else
 constexpr bool kAsan = false;
 #endif
