@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <string>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -15,79 +15,63 @@
 
 namespace {
 
-TEST(Terminal, TextGoesOutAsGivenAndBeforeBufferedStdio) {
+TEST(Terminal, TextGoesOutAtOnceAndOnlyRequest27IsKnown) {
   qxtest::CaptureStream out(stdout);
   std::fputs("buffered ", stdout);  // still in the stdio buffer
   qx::terminal::PutText("** CANCEL **\a\n");
   qx::terminal::PutText("");
   qx::terminal::Flush();
   EXPECT_EQ(out.Text(), "** CANCEL **\a\nbuffered ");
+  EXPECT_EQ(qx::terminal::Control(27), 1);
+  for (int request : {0, 26, 28, -27})
+    EXPECT_EQ(qx::terminal::Control(request), 0) << request;
 }
 
-TEST(Terminal, OnlyRequest27IsKnown) {
-  struct Case {
-    int request, answer;
-  };
-  static constexpr Case kCases[] = {{27, 1}, {0, 0}, {26, 0}, {28, 0}, {-27, 0}};
-  for (const Case &c : kCases)
-    EXPECT_EQ(qx::terminal::Control(c.request), c.answer) << c.request;
+// Whether standard input echoes, after setting it when `on` is 0 or 1.
+bool Echo(int on = -1) {
+  termios mode{};
+  EXPECT_EQ(tcgetattr(STDIN_FILENO, &mode), 0);
+  if (on >= 0) mode.c_lflag = on ? (mode.c_lflag | ECHO) : (mode.c_lflag & ~tcflag_t{ECHO});
+  EXPECT_EQ(tcsetattr(STDIN_FILENO, TCSANOW, &mode), 0);
+  return mode.c_lflag & ECHO;
+}
+// Makes `fd` standard input.
+void UseAsInput(int fd) {
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(dup2(fd, STDIN_FILENO), STDIN_FILENO);
+  close(fd);
 }
 
-// Makes standard input the secondary side of a fresh pseudo-terminal.
-class PseudoTerminalInput : public testing::Test {
- protected:
-  void SetUp() override {
-    primary_ = posix_openpt(O_RDWR | O_NOCTTY);
-    if (primary_ < 0 || grantpt(primary_) != 0 || unlockpt(primary_) != 0)
-      GTEST_SKIP() << "no pseudo-terminal available";
-    const int secondary = open(ptsname(primary_), O_RDWR | O_NOCTTY);
-    ASSERT_GE(secondary, 0);
-    ASSERT_EQ(dup2(secondary, STDIN_FILENO), STDIN_FILENO);
-    close(secondary);
+TEST(Terminal, PushRestorePopReapplyTheSavedModes) {
+  enum Op { kPush, kRestore, kPop };
+  // The operation, with echo set before it and expected after it.
+  static constexpr std::tuple<Op, bool, bool> kSteps[] = {
+      {kPush, true, true},      // level 1: echo on
+      {kPush, false, false},    // level 2: echo off
+      {kRestore, true, false},  // back to level 2's mode
+      {kPop, true, false},      // again, then level 2 is dropped
+      {kRestore, false, true},  // level 1
+      {kPop, false, true},      // level 1, dropped
+      {kPop, false, false}};    // nothing saved: nothing changes
+  const int primary = posix_openpt(O_RDWR | O_NOCTTY);
+  if (primary < 0 || grantpt(primary) != 0 || unlockpt(primary) != 0)
+    GTEST_SKIP() << "no pseudo-terminal available";
+  UseAsInput(open(ptsname(primary), O_RDWR | O_NOCTTY));
+  for (const auto &[op, echo_before, echo_after] : kSteps) {
+    Echo(echo_before);
+    if (op == kPush)
+      ASSERT_TRUE(qx::terminal::Push());
+    else if (op == kRestore)
+      qx::terminal::Restore();
+    else
+      qx::terminal::Pop();
+    EXPECT_EQ(Echo(), echo_after) << op << echo_before;
   }
-  void TearDown() override {
-    if (primary_ >= 0) close(primary_);
-  }
-  static tcflag_t Echo() {
-    termios mode;
-    EXPECT_EQ(tcgetattr(STDIN_FILENO, &mode), 0);
-    return mode.c_lflag & ECHO;
-  }
-  static void SetEcho(bool on) {
-    termios mode;
-    ASSERT_EQ(tcgetattr(STDIN_FILENO, &mode), 0);
-    mode.c_lflag = on ? (mode.c_lflag | ECHO) : (mode.c_lflag & ~static_cast<tcflag_t>(ECHO));
-    ASSERT_EQ(tcsetattr(STDIN_FILENO, TCSANOW, &mode), 0);
-  }
-  int primary_ = -1;
-};
-
-TEST_F(PseudoTerminalInput, PushRestorePopReapplyTheSavedModes) {
-  SetEcho(true);
-  ASSERT_TRUE(qx::terminal::Push());  // level 1: echo on
-  SetEcho(false);
-  ASSERT_TRUE(qx::terminal::Push());  // level 2: echo off
-  SetEcho(true);
-  qx::terminal::Restore();
-  EXPECT_EQ(Echo(), 0u);
-  SetEcho(true);
-  qx::terminal::Pop();  // back to level 2's mode, then drops it
-  EXPECT_EQ(Echo(), 0u);
-  qx::terminal::Restore();  // now level 1
-  EXPECT_NE(Echo(), 0u);
-  SetEcho(false);
-  qx::terminal::Pop();
-  EXPECT_NE(Echo(), 0u);
-  SetEcho(false);
-  qx::terminal::Pop();  // nothing saved: nothing changes
-  EXPECT_EQ(Echo(), 0u);
+  close(primary);
 }
 
 TEST(Terminal, StackHoldsEightLevelsAndIgnoresANonTerminal) {
-  const int null_input = open("/dev/null", O_RDONLY);
-  ASSERT_GE(null_input, 0);
-  ASSERT_EQ(dup2(null_input, STDIN_FILENO), STDIN_FILENO);
-  close(null_input);
+  UseAsInput(open("/dev/null", O_RDONLY));
   for (int level = 0; level < 8; ++level)
     EXPECT_TRUE(qx::terminal::Push()) << level;
   EXPECT_FALSE(qx::terminal::Push());
