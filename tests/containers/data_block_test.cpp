@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <tuple>
 
 #include "error/heap.h"
 #include "qx_test.h"
@@ -20,100 +21,73 @@ struct Element {
   unsigned char data[8] = {};
 };
 
-template <typename T>
-class DataBlock : public ::testing::Test {};
-using Shapes = ::testing::Types<qx::BlockRules<8>, qx::BlockRules<0>>;
-TYPED_TEST_SUITE(DataBlock, Shapes);
-
-constexpr std::uint32_t InlineCapacity(qx::BlockRules<8> *) {
-  return 8;
-}
-constexpr std::uint32_t InlineCapacity(qx::BlockRules<0> *) {
-  return 0;
-}
-
-TYPED_TEST(DataBlock, StoresRetrievesAndReleasesByTheRules) {
-  using Rules = TypeParam;
-  const std::uint32_t capacity = InlineCapacity(static_cast<Rules *>(nullptr));
-  unsigned char source[40];
+template <typename Rules>
+void CheckRules(std::uint32_t inline_bytes) {
+  unsigned char source[40], zeros[40] = {};
   for (unsigned i = 0; i < sizeof source; ++i)
     source[i] = static_cast<unsigned char>(i * 7 + 1);
-  struct Row {
-    bool reference;
-    std::uint32_t count, buffer;
-  };
-  constexpr Row kRows[] = {{false, 0, 40},  {false, 1, 40}, {false, 8, 40}, {false, 9, 4},
-                           {false, 33, 40}, {false, 5, 0},  {true, 0, 40},  {true, 40, 10}};
-  for (const Row &row : kRows) {
-    SCOPED_TRACE(row.count * 1000 + row.buffer * 10 + row.reference);
+  // By reference, from a null source, the count word, the retrieval buffer size.
+  constexpr std::tuple<bool, bool, std::uint32_t, std::uint32_t> kRows[] = {
+      {false, false, 0, 40}, {false, false, 8, 40},
+      {false, false, 9, 4},  {false, false, 33, 40},
+      {false, false, 5, 0},  {false, true, 3, 40},
+      {false, true, 12, 40}, {false, false, 0x80000006u, 40},
+      {true, false, 0, 40},  {true, false, 0x80000028u, 10}};
+  for (const auto &[reference, null_source, count_word, buffer] : kRows) {
+    SCOPED_TRACE(testing::Message() << inline_bytes << ' ' << count_word << ' ' << reference);
+    const std::uint32_t count = count_word & qx::kCountMask;  // bit 31 marks a reference
+    const bool owned = !reference && count > inline_bytes;
+    const unsigned char *bytes = null_source ? nullptr : source;
     Element e;
-    const bool owned = !row.reference && row.count > capacity;
     const unsigned long before = qx::heap::RequestCount();
-    if (row.reference) {
-      Rules::StoreReference(e.size, e.data, source, row.count);
+    if (reference) {
+      Rules::StoreReference(e.size, e.data, bytes, count_word);
     } else {
-      ASSERT_TRUE(Rules::StoreCopy(e.size, e.data, source, row.count, kTag, __LINE__));
+      ASSERT_TRUE(Rules::StoreCopy(e.size, e.data, bytes, count_word, kTag, __LINE__));
     }
     EXPECT_EQ(qx::heap::RequestCount() - before, owned ? 1u : 0u);
-    EXPECT_EQ(e.size, row.count | (row.reference ? qx::kByReference : 0u));
+    EXPECT_EQ(e.size, count | (reference ? qx::kByReference : 0u));
     EXPECT_EQ(Rules::OwnsStorage(e.size), owned);
     void *at = Rules::Address(e.size, e.data);
-    if (row.reference) {
-      EXPECT_EQ(at, static_cast<void *>(source));
-    } else if (capacity > 0 && row.count <= capacity) {
-      EXPECT_EQ(at, static_cast<void *>(e.data));
-    }
-
+    EXPECT_TRUE(!reference || at == source);
+    EXPECT_TRUE(reference || owned || inline_bytes == 0 || at == e.data);
     unsigned char out[48];
     std::memset(out, 0xAB, sizeof out);
     std::uint32_t reported = 0;
-    EXPECT_EQ(Rules::Retrieve(e.size, e.data, out, row.buffer, &reported), row.count > row.buffer);
-    EXPECT_EQ(reported, row.count);
-    const std::uint32_t copied = row.count < row.buffer ? row.count : row.buffer;
-    EXPECT_EQ(std::memcmp(out, source, copied), 0);
+    EXPECT_EQ(Rules::Retrieve(e.size, e.data, out, buffer, &reported), count > buffer);
+    EXPECT_EQ(reported, count);
+    const std::uint32_t copied = count < buffer ? count : buffer;
+    EXPECT_EQ(std::memcmp(out, null_source ? zeros : source, copied), 0);
     EXPECT_EQ(out[copied], 0xAB) << "wrote past the copied bytes";
     EXPECT_EQ(Rules::Release(e.size, e.data, kTag, __LINE__), 1);  // leaks show under ASan
   }
-  EXPECT_EQ(source[0], 1) << "a reference must never be written through";
-}
 
-TYPED_TEST(DataBlock, OverwritesOnlyOwnedStorageOfTheSameCount) {
-  using Rules = TypeParam;
-  const unsigned char old_bytes[20] = {1, 2, 3};
-  const unsigned char fresh[20] = {9, 9, 9};
-  Element owned, reference;
-  ASSERT_TRUE(Rules::StoreCopy(owned.size, owned.data, old_bytes, 20, kTag, __LINE__));
+  Element owned, referenced;
+  ASSERT_TRUE(Rules::StoreCopy(owned.size, owned.data, source, 20, kTag, __LINE__));
   void *storage = Rules::Address(owned.size, owned.data);
-  EXPECT_FALSE(Rules::OverwriteInPlace(owned.size, owned.data, fresh, 19));
-  EXPECT_TRUE(Rules::OverwriteInPlace(owned.size, owned.data, fresh, 20));
+  EXPECT_FALSE(Rules::OverwriteInPlace(owned.size, owned.data, zeros, 19));
+  EXPECT_TRUE(Rules::OverwriteInPlace(owned.size, owned.data, zeros, 20));
   EXPECT_EQ(Rules::Address(owned.size, owned.data), storage);
-  EXPECT_EQ(std::memcmp(storage, fresh, 20), 0);
+  EXPECT_EQ(std::memcmp(storage, zeros, 20), 0);
   Rules::Release(owned.size, owned.data, kTag, __LINE__);
-  Rules::StoreReference(reference.size, reference.data, old_bytes, 20);
-  EXPECT_FALSE(Rules::OverwriteInPlace(reference.size, reference.data, fresh, 20));
+  Rules::StoreReference(referenced.size, referenced.data, source, 20);
+  EXPECT_FALSE(Rules::OverwriteInPlace(referenced.size, referenced.data, zeros, 20));
+  EXPECT_EQ(source[0], 1) << "a reference must never be written through";
+  {
+    qxtest::FailAllocation guard(1);
+    EXPECT_FALSE(Rules::StoreCopy(referenced.size, referenced.data, zeros, 30, kTag, __LINE__));
+  }
+  EXPECT_EQ(referenced.size, 20u | qx::kByReference) << "a refused copy leaves the element";
+  EXPECT_EQ(Rules::Address(referenced.size, referenced.data), static_cast<void *>(source));
+  EXPECT_EQ(qxtest::TopIdentity(), "UTL/MEM/FATAL/NO_MEMORY");
 }
 
-TYPED_TEST(DataBlock, NullSourceIsZeroBytesAndRefusalLeavesTheElement) {
-  using Rules = TypeParam;
-  for (std::uint32_t count : {3u, 12u}) {
-    Element e;
-    std::memset(e.data, 0x55, sizeof e.data);
-    ASSERT_TRUE(Rules::StoreCopy(e.size, e.data, nullptr, count, kTag, __LINE__));
-    unsigned char out[16];
-    std::memset(out, 0x55, sizeof out);
-    Rules::Retrieve(e.size, e.data, out, sizeof out, nullptr);
-    for (std::uint32_t i = 0; i < count; ++i)
-      EXPECT_EQ(out[i], 0) << i;
-    Rules::Release(e.size, e.data, kTag, __LINE__);
-  }
-  unsigned char mine[30] = {};
-  Element e;
-  Rules::StoreReference(e.size, e.data, mine, 4);
-  qxtest::FailAllocation guard(1);
-  EXPECT_FALSE(Rules::StoreCopy(e.size, e.data, mine, 30, kTag, __LINE__));
-  EXPECT_EQ(e.size, 4u | qx::kByReference);
-  EXPECT_EQ(Rules::Address(e.size, e.data), static_cast<void *>(mine));
-  EXPECT_EQ(qxtest::TopIdentity(), "UTL/MEM/FATAL/NO_MEMORY");
+TEST(DataBlock, EightInlineBytes) {
+  CheckRules<qx::BlockRules<8>>(8);
+}
+
+TEST(DataBlock, NoInlineBytes) {
+  CheckRules<qx::BlockRules<0>>(0);
 }
 
 }  // namespace
