@@ -1,5 +1,5 @@
 /* utl_file: checked file streams and descriptors, and file search along a list
- * of directory specifications.
+ * of search directories.
  *
  * The wrappers record a failure on the error stack (product "UTL", facility
  * "FILES") instead of leaving it in errno. Reading and opening failures are
@@ -73,12 +73,12 @@ QX_API FILE *UTL_FILE_OPEN_FORTRAN(const char *path);
 
 /* ---- File search -------------------------------------------------------- */
 
-/* Searches for name along directory specifications given as further
+/* Searches for name along search directories given as further
  * arguments and ended by NULL (at least the NULL must be passed; with no
- * specification at all the search fails at once).
+ * search directory at all the search fails at once).
  *
- * Each specification is a directory, or the name of an environment variable
- * whose value is the directory; an empty specification means the name as
+ * Each entry is a directory, or the name of an environment variable
+ * whose value is the directory; an empty entry means the name as
  * passed (relative to the current directory). "/" is put between directory
  * and name unless the directory is empty or already ends in "/". In each
  * directory, in this order, the first existing one of
@@ -106,7 +106,7 @@ QX_API char *UTL_FIND_FILE(const char *name, const char *ext, ...);
  * replaced by the variable's value; a reference to an unset variable is kept
  * as written. A mode not beginning with "r" opens the (expanded) name
  * directly, without any search. A mode beginning with "r" searches the
- * directory specifications (NULL-ended, as UTL_FILE_FIND; none at all means
+ * search directories (NULL-ended, as UTL_FILE_FIND; none at all means
  * nothing is found) and opens the path found.
  *
  * Returns the stream (the caller closes it), or NULL with UTL / FILES /

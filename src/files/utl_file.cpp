@@ -5,7 +5,7 @@
 // others fatal; the end-of-file record names the routine "UTL_FILE_READ",
 // which callers match on.
 //
-// The search tries, per directory specification, up to three candidates
+// The search tries, per search directory, up to three candidates
 // built in a bounded buffer; a candidate that would not fit is treated as a
 // missing file, so hostile lengths end in the ordinary "not found" failure.
 // UTL_FILE_FIND, UTL_FIND_FILE and the read modes of UTL_FILE_FOPEN share
@@ -96,7 +96,7 @@ bool TryCandidate(char *out, const char *dir, const char *separator, const char 
 }
 
 // The search shared by UTL_FILE_FIND, UTL_FIND_FILE and UTL_FILE_FOPEN: walks
-// the NULL-ended directory specifications and leaves the first existing
+// the NULL-ended search directories and leaves the first existing
 // candidate in `out` (kPathLimit bytes).
 bool FindAlong(const char *name, const char *ext, va_list dirs, char *out) {
   if (name == nullptr) return false;
