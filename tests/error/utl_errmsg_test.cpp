@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <string>
@@ -15,15 +14,12 @@
 
 namespace {
 
-// Output function that keeps every piece it is given.
-std::vector<std::string> g_pieces;
-int g_stream_seen = 0;
-int Record(void *stream, const char *text) {
-  g_stream_seen = (stream == &g_pieces);
+using Pieces = std::vector<std::string>;
+Pieces g_pieces;  // every piece given to the output function
+int Record(void *, const char *text) {
   g_pieces.emplace_back(text);
   return 7;
 }
-
 std::string Joined() {
   std::string all;
   for (const auto &piece : g_pieces)
@@ -34,30 +30,28 @@ std::string Joined() {
 class ErrorOutput : public ::testing::Test {
  protected:
   void SetUp() override { UTL_ERROR_DEFINE_OUTPUT_MSG(Record); }
-  void *Stream() { return &g_pieces; }
+  // Prints down to the nearest barrier and returns the pieces written.
+  Pieces Print() {
+    g_pieces.clear();
+    UTL_ERROR_PRINT(&g_pieces);
+    return g_pieces;
+  }
 };
 
 // A catalogue tree in a fresh temporary directory.
-class Catalogue {
- public:
+struct Catalogue {
+  std::string root;
   Catalogue() {
     char pattern[] = "/tmp/qx_catalogue_XXXXXX";
-    root_ = mkdtemp(pattern);
+    root = mkdtemp(pattern);
   }
-  ~Catalogue() { std::system(("rm -rf " + root_).c_str()); }
+  ~Catalogue() { std::system(("rm -rf " + root).c_str()); }
   void Add(const std::string &key, const std::string &text) {
-    std::string path = root_;
-    std::size_t start = 0, slash;
-    while ((slash = key.find('/', start)) != std::string::npos) {
-      mkdir((root_ + "/" + key.substr(0, slash)).c_str(), 0755);
-      start = slash + 1;
-    }
-    std::ofstream(root_ + "/" + key) << text;
+    for (std::size_t slash = key.find('/'); slash != std::string::npos;
+         slash = key.find('/', slash + 1))
+      mkdir((root + "/" + key.substr(0, slash)).c_str(), 0755);
+    std::ofstream(root + "/" + key) << text;
   }
-  const char *Root() const { return root_.c_str(); }
-
- private:
-  std::string root_;
 };
 
 void RecordListEmpty() {
@@ -65,12 +59,13 @@ void RecordListEmpty() {
   UTL_ERROR_ADD_TRACE("UTL_LIST_APPEND (0)");
 }
 
-TEST_F(ErrorOutput, EachLevelWritesItsPieces) {
-  struct Row {
-    int level;
-    std::vector<std::string> pieces;
-  };
-  const Row rows[] = {
+const std::string kLevel3 =
+    "\nUTL-LIST-F-LIST_EMPTY\n<No Message Available>\n\n\n"
+    "Traceback:  UTL_LIST_CHANGE\n"
+    "            UTL_LIST_APPEND (0)\n";
+
+TEST_F(ErrorOutput, EachLevelWritesItsPiecesAndPrintUnwinds) {
+  const std::pair<int, Pieces> rows[] = {
       {0, {}},
       {1, {"LIST_EMPTY - ", "<No Message Available>", "\n", "\n"}},
       {2, {"\nUTL-LIST-F-LIST_EMPTY\n", "<No Message Available>", "\n", "\n"}},
@@ -78,82 +73,54 @@ TEST_F(ErrorOutput, EachLevelWritesItsPieces) {
        {"\nUTL-LIST-F-LIST_EMPTY\n", "<No Message Available>", "\n", "\n", "\n",
         "Traceback:  UTL_LIST_CHANGE\n", "            UTL_LIST_APPEND (0)\n"}},
   };
-  for (const Row &row : rows) {
-    SCOPED_TRACE(row.level);
-    EXPECT_EQ(UTL_ERROR_SET_REPORTING(row.level), row.level);
+  for (const auto &[level, pieces] : rows) {
+    EXPECT_EQ(UTL_ERROR_SET_REPORTING(level), level);
     RecordListEmpty();
-    g_pieces.clear();
-    UTL_ERROR_PRINT(Stream());
-    EXPECT_EQ(g_pieces, row.pieces);
-    EXPECT_EQ(UTL_ERROR_IS_SET(), 0);  // printed or not, the errors are gone
-    EXPECT_EQ(qxtest::TraceFill(), 0);
+    EXPECT_EQ(Print(), pieces) << level;
+    EXPECT_EQ(UTL_ERROR_IS_SET() + qxtest::TraceFill(), 0);
   }
-}
-
-TEST_F(ErrorOutput, ReportingLevelOutsideRangeIsIgnored) {
-  UTL_ERROR_SET_REPORTING(1);
-  EXPECT_EQ(UTL_ERROR_SET_REPORTING(4), 4);
+  EXPECT_EQ(UTL_ERROR_SET_REPORTING(4), 4);  // out of range: level 3 stays
   EXPECT_EQ(UTL_ERROR_SET_REPORTING(-1), -1);
   RecordListEmpty();
-  g_pieces.clear();
-  UTL_ERROR_PRINT(Stream());
-  ASSERT_FALSE(g_pieces.empty());
-  EXPECT_EQ(g_pieces[0], "LIST_EMPTY - ");
+  Print();
+  EXPECT_EQ(Joined(), kLevel3);
 }
 
-TEST_F(ErrorOutput, StackedEntriesIndentUnderTheBottomTraceback) {
+TEST_F(ErrorOutput, HigherEntriesIndentUnderTheBottomTracebackAndStopAtABarrier) {
   RecordListEmpty();
   UTL_ERROR_SET("QX", "3D_GEOM", "warning", "Zero length vector", "QX_3DVEC_UNIT");
   UTL_ERROR_SET_MESSAGE("while placing atom 7");
   UTL_ERROR_ADD_TRACE("place_atom (2)");
-  g_pieces.clear();
-  UTL_ERROR_PRINT(Stream());
-  EXPECT_TRUE(g_stream_seen);
-  EXPECT_EQ(Joined(),
-            "\nUTL-LIST-F-LIST_EMPTY\n<No Message Available>\n\n\n"
-            "Traceback:  UTL_LIST_CHANGE\n"
-            "            UTL_LIST_APPEND (0)\n"
-            "\nQX-3D_GEOM-w-Zero length vector\n<No Message Available>\n"
-            "while placing atom 7\n\n"
-            "            QX_3DVEC_UNIT\n"
-            "            place_atom (2)\n");
-}
-
-TEST_F(ErrorOutput, PrintStopsAtTheNearestBarrier) {
+  Print();
+  EXPECT_EQ(Joined(), kLevel3 +
+                          "\nQX-3D_GEOM-w-Zero length vector\n<No Message Available>\n"
+                          "while placing atom 7\n\n"
+                          "            QX_3DVEC_UNIT\n            place_atom (2)\n");
   UTL_ERROR_SET("UTL", "A", "FATAL", "OUTER", "outer");
   UTL_ERROR_PUSH();
   UTL_ERROR_SET("UTL", "B", "INFO", "INNER", "inner");
-  g_pieces.clear();
-  UTL_ERROR_PRINT(Stream());
-  const std::string text = Joined();
-  EXPECT_NE(text.find("UTL-B-I-INNER"), std::string::npos);
-  EXPECT_EQ(text.find("OUTER"), std::string::npos);
+  Print();
+  EXPECT_EQ(Joined(), "\nUTL-B-I-INNER\n<No Message Available>\n\n\n            inner\n");
   UTL_ERROR_POP();
   EXPECT_STREQ(UTL_ERROR_EXCEPTION_CODE(), "OUTER");
 }
 
-TEST_F(ErrorOutput, ShowWritesEverythingToStderrAndKeepsTheStack) {
+TEST_F(ErrorOutput, ShowWritesTheWholeStackToStderrAndKeepsIt) {
   UTL_ERROR_DEFINE_OUTPUT_MSG(nullptr);  // back to the standard stream writer
+  {
+    qxtest::CaptureStream err(stderr);
+    UTL_ERROR_SHOW();
+    EXPECT_EQ(err.Text(), "No Data Present on Error Stack\n");
+  }
   RecordListEmpty();
   UTL_ERROR_PUSH();
   qxtest::CaptureStream err(stderr);
   UTL_ERROR_SHOW();
-  EXPECT_EQ(err.Text(), std::string("\nUTL-LIST-F-LIST_EMPTY\n<No Message Available>\n\n\n"
-                                    "Traceback:  UTL_LIST_CHANGE\n"
-                                    "            UTL_LIST_APPEND (0)\n"
-                                    // The empty barrier entry is written too; its header stops
-                                    // at the empty severity's terminator.
-                                    "\n--<No Message Available>\n\n\n"));
-  EXPECT_EQ(qxtest::StackTop(), 1);
+  // The empty barrier entry is written too; its header stops at the empty
+  // severity's terminator.
+  EXPECT_EQ(err.Text(), kLevel3 + "\n--<No Message Available>\n\n\n");
   UTL_ERROR_POP();
   EXPECT_STREQ(UTL_ERROR_EXCEPTION_CODE(), "LIST_EMPTY");
-}
-
-TEST_F(ErrorOutput, ShowOnAnEmptyStackSaysSo) {
-  qxtest::CaptureStream err(stderr);
-  UTL_ERROR_SHOW();
-  EXPECT_EQ(err.Text(), "No Data Present on Error Stack\n");
-  EXPECT_TRUE(g_pieces.empty());
 }
 
 TEST_F(ErrorOutput, DumpEmptiesEverythingButKeepsTheHighestLinesReserved) {
@@ -163,103 +130,74 @@ TEST_F(ErrorOutput, DumpEmptiesEverythingButKeepsTheHighestLinesReserved) {
   UTL_ERROR_ADD_TRACE("two (1)");
   UTL_ERROR_SET_REPORTING(1);
   g_pieces.clear();
-  UTL_ERROR_DUMP(Stream());
+  UTL_ERROR_DUMP(&g_pieces);
   EXPECT_EQ(Joined(), "ONE - <No Message Available>\n\nTWO - <No Message Available>\n\n");
-  EXPECT_EQ(qxtest::StackTop(), 0);
+  EXPECT_EQ(qxtest::StackTop() + UTL_ERROR_IS_SET(), 0);
   EXPECT_EQ(qx::error::g_stack.entries[1].barrier, 0);
-  EXPECT_EQ(UTL_ERROR_IS_SET(), 0);
   EXPECT_EQ(qxtest::TraceFill(), 1);  // first line of the highest entry written
-  UTL_ERROR_POP();                    // no barrier is left
-  EXPECT_EQ(qxtest::StackTop(), 0);
 }
 
-TEST_F(ErrorOutput, MessageAddsItsTraceAndEndsWithAnEmptyLine) {
+TEST_F(ErrorOutput, MessageWritesTextTraceAndAClosingLine) {
   RecordListEmpty();
   g_pieces.clear();
-  EXPECT_EQ(UTL_ERROR_MESSAGE(Stream(), "main (4)", "Could not build the list."), 7);
-  EXPECT_EQ(Joined(),
-            "Could not build the list.\n"
-            "\nUTL-LIST-F-LIST_EMPTY\n<No Message Available>\n\n\n"
-            "Traceback:  UTL_LIST_CHANGE\n"
-            "            UTL_LIST_APPEND (0)\n"
-            "            main (4)\n"
-            "\n");
+  EXPECT_EQ(UTL_ERROR_MESSAGE(&g_pieces, "main (4)", "Could not build the list."), 7);
+  EXPECT_EQ(Joined(), "Could not build the list.\n" + kLevel3 + "            main (4)\n\n");
   EXPECT_EQ(UTL_ERROR_IS_SET(), 0);
-}
-
-TEST_F(ErrorOutput, MessageWithoutErrorRecordsAProgramError) {
+  // Without an error the trace becomes a program error.
   UTL_ERROR_SET_REPORTING(1);
   g_pieces.clear();
-  UTL_ERROR_MESSAGE(Stream(), "caller", nullptr);
+  UTL_ERROR_MESSAGE(&g_pieces, "caller", nullptr);
   EXPECT_EQ(Joined(), "PROGRAM_ERROR - <No Message Available>\n\n\n");
-}
-
-TEST_F(ErrorOutput, MessageAtLevelZeroWritesOnlyItsText) {
+  // Level 0 writes only the text; an empty pool only the closing line.
   UTL_ERROR_SET_REPORTING(0);
   RecordListEmpty();
   g_pieces.clear();
-  UTL_ERROR_MESSAGE(Stream(), nullptr, "lead");
-  EXPECT_EQ(g_pieces, (std::vector<std::string>{"lead", "\n", "\n"}));
-  EXPECT_EQ(UTL_ERROR_IS_SET(), 0);
+  UTL_ERROR_MESSAGE(&g_pieces, nullptr, "lead");
+  EXPECT_EQ(g_pieces, (Pieces{"lead", "\n", "\n"}));
   g_pieces.clear();
-  UTL_ERROR_MESSAGE(Stream(), nullptr, nullptr);  // empty pool: one line end
-  EXPECT_EQ(g_pieces, std::vector<std::string>{"\n"});
+  UTL_ERROR_MESSAGE(&g_pieces, nullptr, nullptr);
+  EXPECT_EQ(g_pieces, Pieces{"\n"});
 }
 
 TEST_F(ErrorOutput, MessageSkipsItsTraceWhenThePoolIsFull) {
-  UTL_ERROR_SET_REPORTING(3);
   UTL_ERROR_SET("UTL", "T", "FATAL", "FULL", "r");
   for (int i = 1; i < 23; ++i)
     UTL_ERROR_ADD_TRACE("t");
   g_pieces.clear();
-  UTL_ERROR_MESSAGE(Stream(), "no room", nullptr);
+  UTL_ERROR_MESSAGE(&g_pieces, "no room", nullptr);
   EXPECT_EQ(Joined().find("no room"), std::string::npos);
 }
 
-TEST_F(ErrorOutput, CatalogueTextReplacesTheFallback) {
+TEST_F(ErrorOutput, CatalogueTextStopsAtTheFirstSectionLine) {
   Catalogue tree;
-  tree.Add("utl/list/list_empty",
-           "The list has no node.\nPass the head you were given.\n@DETAIL\nhidden\n");
-  ASSERT_EQ(UTL_ERROR_ADD_TREE(tree.Root()), 1);
+  tree.Add("utl/list/list_empty", "The list has no node.\nPass the head.\n@DETAIL\nhidden\n");
+  ASSERT_EQ(UTL_ERROR_ADD_TREE(tree.root.c_str()), 1);
   UTL_ERROR_SET_REPORTING(2);
   RecordListEmpty();
   UTL_ERROR_SET_MESSAGE("node 3");
-  g_pieces.clear();
-  UTL_ERROR_PRINT(Stream());
-  EXPECT_EQ(g_pieces,
-            (std::vector<std::string>{"\nUTL-LIST-F-LIST_EMPTY\n", "The list has no node.\n",
-                                      "Pass the head you were given.\n", "node 3", "\n"}));
+  EXPECT_EQ(Print(), (Pieces{"\nUTL-LIST-F-LIST_EMPTY\n", "The list has no node.\n",
+                             "Pass the head.\n", "node 3", "\n"}));
 }
 
 TEST_F(ErrorOutput, CatalogueLookupOrder) {
-  struct Row {
-    const char *first_tree_key;   // in the first registered tree (or null)
-    const char *second_tree_key;  // in the second tree (or null)
-    const char *expected;
-  };
-  constexpr Row kRows[] = {
-      {"utl/list/list_empty", "generic/list_empty", "first:utl/list/list_empty\n"},
-      {"generic/list_empty", "utl/list/list_empty", "first:generic/list_empty\n"},
-      {nullptr, "utl/list/list_empty", "second:utl/list/list_empty\n"},
-      {"utl/list/other", nullptr, "<No Message Available>"},
+  // Keys in the first and second registered trees, and the text expected.
+  const std::tuple<const char *, const char *, const char *> rows[] = {
+      {"utl/list/list_empty", "generic/list_empty", "1:utl/list/list_empty\n"},
+      {"generic/list_empty", "utl/list/list_empty", "1:generic/list_empty\n"},
+      {"", "utl/list/list_empty", "2:utl/list/list_empty\n"},
+      {"utl/list/other", "", "<No Message Available>"},
   };
   UTL_ERROR_SET_REPORTING(2);
-  for (const Row &row : kRows) {
+  for (const auto &[first_key, second_key, expected] : rows) {
     Catalogue first, second;
-    if (row.first_tree_key)
-      first.Add(row.first_tree_key, std::string("first:") + row.first_tree_key + "\n");
-    if (row.second_tree_key)
-      second.Add(row.second_tree_key, std::string("second:") + row.second_tree_key + "\n");
-    if (row.first_tree_key && row.second_tree_key == nullptr) first.Add("generic/unrelated", "x\n");
-    UTL_ERROR_ADD_TREE(first.Root());
-    UTL_ERROR_ADD_TREE(second.Root());
+    if (*first_key) first.Add(first_key, std::string("1:") + first_key + "\n");
+    if (*second_key) second.Add(second_key, std::string("2:") + second_key + "\n");
+    UTL_ERROR_ADD_TREE(first.root.c_str());
+    UTL_ERROR_ADD_TREE(second.root.c_str());
     RecordListEmpty();
-    g_pieces.clear();
-    UTL_ERROR_PRINT(Stream());
-    ASSERT_GE(g_pieces.size(), 2u);
-    EXPECT_EQ(g_pieces[1], row.expected);
-    UTL_ERROR_REMOVE_TREE(first.Root());
-    UTL_ERROR_REMOVE_TREE(second.Root());
+    EXPECT_EQ(Print().at(1), expected);
+    UTL_ERROR_REMOVE_TREE(first.root.c_str());
+    UTL_ERROR_REMOVE_TREE(second.root.c_str());
   }
 }
 
@@ -268,40 +206,35 @@ TEST_F(ErrorOutput, OverlongTreeSaysBufferTooSmallAndFallsBack) {
   good.Add("generic/list_empty", "never reached\n");
   const std::string long_tree = "/" + std::string(110, 'd');  // 111 + 3 + 4 + 10 + 10 > 128
   UTL_ERROR_ADD_TREE(long_tree.c_str());
-  UTL_ERROR_ADD_TREE(good.Root());
+  UTL_ERROR_ADD_TREE(good.root.c_str());
   UTL_ERROR_SET_REPORTING(1);
   RecordListEmpty();
-  g_pieces.clear();
   qxtest::CaptureStream out(stdout);
-  UTL_ERROR_PRINT(Stream());
+  Print();
   EXPECT_EQ(out.Text(), "Buffer too small\n");
   EXPECT_EQ(Joined(), "LIST_EMPTY - <No Message Available>\n\n");
 }
 
 TEST_F(ErrorOutput, RemoveTreeKeepsTheOthersInOrder) {
-  Catalogue a, b, c;
-  a.Add("generic/e", "from a\n");
-  b.Add("generic/e", "from b\n");
-  c.Add("generic/e", "from c\n");
+  Catalogue trees[3];
+  for (int i = 0; i < 3; ++i)
+    trees[i].Add("generic/e", "from " + std::to_string(i) + "\n");
   UTL_ERROR_SET_REPORTING(2);
-  auto first_text = [this] {
+  auto text = [this] {
     UTL_ERROR_SET("UTL", "T", "FATAL", "E", "r");
-    g_pieces.clear();
-    UTL_ERROR_PRINT(Stream());
-    return g_pieces.size() > 1 ? g_pieces[1] : std::string();
+    return Print().at(1);
   };
-  for (const Catalogue *tree : {&a, &b, &c})
-    UTL_ERROR_ADD_TREE(tree->Root());
+  for (const auto &tree : trees)
+    UTL_ERROR_ADD_TREE(tree.root.c_str());
   UTL_ERROR_REMOVE_TREE("/nowhere");
-  EXPECT_EQ(first_text(), "from a\n");
-  UTL_ERROR_REMOVE_TREE(a.Root());  // head: the successor moves into it
-  EXPECT_EQ(first_text(), "from b\n");
-  UTL_ERROR_REMOVE_TREE(c.Root());  // tail
-  EXPECT_EQ(first_text(), "from b\n");
-  UTL_ERROR_REMOVE_TREE(b.Root());  // the only one
-  EXPECT_EQ(first_text(), "<No Message Available>");
-  UTL_ERROR_ADD_TREE(c.Root());
-  EXPECT_EQ(first_text(), "from c\n");
+  EXPECT_EQ(text(), "from 0\n");
+  UTL_ERROR_REMOVE_TREE(trees[0].root.c_str());  // head: the successor moves into it
+  EXPECT_EQ(text(), "from 1\n");
+  UTL_ERROR_REMOVE_TREE(trees[2].root.c_str());  // tail
+  UTL_ERROR_REMOVE_TREE(trees[1].root.c_str());  // the only one
+  EXPECT_EQ(text(), "<No Message Available>");
+  UTL_ERROR_ADD_TREE(trees[2].root.c_str());
+  EXPECT_EQ(text(), "from 2\n");
 }
 
 TEST_F(ErrorOutput, AddTreeReportsAllocationFailures) {
@@ -311,14 +244,10 @@ TEST_F(ErrorOutput, AddTreeReportsAllocationFailures) {
       EXPECT_EQ(UTL_ERROR_ADD_TREE("/tmp"), 0);
     }
     EXPECT_EQ(qxtest::TopIdentity(), "UTL/MEM/FATAL/NO_MEMORY");
-    const auto traces = qxtest::TopError().traces;
-    EXPECT_EQ(traces.back(), "UTL_ERROR_ADD_TREE");
+    EXPECT_EQ(qxtest::TopError().traces.back(), "UTL_ERROR_ADD_TREE");
     UTL_ERROR_CLEAR();
   }
   EXPECT_EQ(UTL_ERROR_ADD_TREE("/tmp"), 1);
-}
-
-TEST_F(ErrorOutput, DefineOutputReturnsItsArgument) {
   EXPECT_EQ(UTL_ERROR_DEFINE_OUTPUT_MSG(Record), &Record);
 }
 
