@@ -67,10 +67,7 @@ UTL_HASH_TABLE *NewTable(unsigned int bucket_count, UTL_HASH_FUNCTION hash,
   table->buckets = static_cast<UTL_HASH_PRIMARY *>(
       UTL_DMEM_CALLOC(bucket_count, sizeof(UTL_HASH_PRIMARY), kTag, __LINE__));
   if (table->buckets == nullptr) {
-    {
-      ErrorBarrier barrier;
-      UTL_DMEM_FREE(table, kTag, __LINE__);
-    }
+    FreeAfterError(table, kTag, __LINE__);
     return TraceAndFail("UTL_HASH_CREATE", static_cast<UTL_HASH_TABLE *>(nullptr));
   }
   table->bucket_count = bucket_count;
@@ -134,12 +131,6 @@ void PushEntry(UTL_HASH_TABLE *table, UTL_HASH_PRIMARY *slot, UTL_HASH_BUCKET *e
     table->max_chain = static_cast<unsigned int>(slot->count);
 }
 
-// Releases memory after a failed insert without disturbing the error on top.
-void ReleaseQuietly(void *block) {
-  ErrorBarrier barrier;
-  UTL_DMEM_FREE(block, kTag, __LINE__);
-}
-
 // Traces the failing step of FillEntry: numbered for the copying insert, one
 // line for the by-reference twin.
 UTL_HASH_BUCKET *TraceFillFailure(bool by_reference, int site) {
@@ -162,15 +153,15 @@ UTL_HASH_BUCKET *FillEntry(UTL_HASH_TABLE *table, const char *key, unsigned int 
   *entry = UTL_HASH_BUCKET{};
   entry->key = table->copy_function(key);
   if (entry->key == nullptr) {
-    ReleaseQuietly(entry);
+    FreeAfterError(entry, kTag, __LINE__);
     return TraceFillFailure(by_reference, 20);
   }
   entry->key_length = key_length;
   if (by_reference) {
     Rules::StoreReference(entry->size, DataField(entry), data, byte_count);
   } else if (!Rules::StoreCopy(entry->size, DataField(entry), data, byte_count, kTag, __LINE__)) {
-    ReleaseQuietly(entry->key);
-    ReleaseQuietly(entry);
+    FreeAfterError(entry->key, kTag, __LINE__);
+    FreeAfterError(entry, kTag, __LINE__);
     return TraceFillFailure(by_reference, 30);
   }
   return entry;
