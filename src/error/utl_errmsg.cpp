@@ -2,17 +2,18 @@
 //
 // Every piece of text goes through the replaceable output function, one call
 // per piece, except "Buffer too small" (standard output) and "No Data Present
-// on Error Stack" (standard error), which are written directly. Catalogue
-// trees are a singly linked list in order of registration; for each tree the
-// specific key "product/facility/code" is tried before "generic/code", both in
-// lower case, and the first existing file wins. Only the lines before the
-// first line that starts with "@" are shown.
+// on Error Stack" (standard error, through PrintErrorLine), which are written
+// directly. Catalogue trees are a singly linked list in order of registration;
+// for each tree the specific key "product/facility/code" is tried before
+// "generic/code", both in lower case, and the first existing file wins. Only
+// the lines before the first line that starts with "@" are shown.
 #include <unistd.h>
 
 #include <cctype>
 #include <cstdio>
 #include <cstring>
 
+#include "common/error_record.h"
 #include "common/fixed_text.h"
 #include "error/error_stack.h"
 #include "utl_error.h"
@@ -210,7 +211,7 @@ void UTL_ERROR_REMOVE_TREE(const char *directory) {
 
 void UTL_ERROR_SHOW(void) {
   if (g_stack.fill == 0) {
-    std::fputs("No Data Present on Error Stack\n", stderr);
+    qx::PrintErrorLine("No Data Present on Error Stack\n");
     return;
   }
   for (int e = 0; e <= g_stack.top; ++e)
