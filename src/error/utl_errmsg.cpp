@@ -139,6 +139,13 @@ void WriteDownToBarrier(void *stream) {
     WriteEntryAtLevel(stream, e);
 }
 
+// The common tail of UTL_ERROR_PRINT and UTL_ERROR_MESSAGE: writes the
+// entries down to the nearest barrier, then unwinds them if an error is set.
+void PrintDownToBarrier(void *stream) {
+  WriteDownToBarrier(stream);
+  if (TopEntry().is_set) UnwindToBarrier();
+}
+
 void AppendMessageTrace(const char *trace) {
   if (TopEntry().is_set && g_stack.fill >= kTraceLines) return;
   AppendTrace(trace);
@@ -220,8 +227,7 @@ void UTL_ERROR_SHOW(void) {
 
 void UTL_ERROR_PRINT(void *stream) {
   if (g_stack.fill == 0) return;
-  qx::error::WriteDownToBarrier(stream);
-  if (TopEntry().is_set) qx::error::UnwindToBarrier();
+  qx::error::PrintDownToBarrier(stream);
 }
 
 void UTL_ERROR_DUMP(void *stream) {
@@ -245,8 +251,7 @@ int UTL_ERROR_MESSAGE(void *stream, const char *trace, const char *text) {
   }
   if (trace != nullptr) qx::error::AppendMessageTrace(trace);
   if (g_stack.fill == 0) return qx::error::Out(stream, "\n");
-  qx::error::WriteDownToBarrier(stream);
-  if (TopEntry().is_set) qx::error::UnwindToBarrier();
+  qx::error::PrintDownToBarrier(stream);
   return qx::error::Out(stream, "\n");
 }
 
