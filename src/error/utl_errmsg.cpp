@@ -56,26 +56,26 @@ bool ExistsUnder(const char *tree, const char *key, char (&path)[kPathBuffer]) {
   return access(path, F_OK) == 0;
 }
 
-// Opens the catalogue file of an entry, or returns null.
+// Opens the catalogue file of an entry, or returns null. The two keys depend
+// on the entry alone and are built once; each tree tries them in turn.
 std::FILE *OpenCatalogueFile(const Entry &entry) {
-  char key[kPathBuffer];
+  char specific[kPathBuffer];
+  char generic[kPathBuffer];
+  FormatText(specific, sizeof specific, "%s/%s/%s", entry.product, entry.facility, entry.code);
+  LowerCase(specific);
+  FormatText(generic, sizeof generic, "generic/%s", entry.code);
+  LowerCase(generic);
+  const std::size_t key_length =
+      std::strlen(entry.product) + std::strlen(entry.facility) + std::strlen(entry.code);
   char path[kPathBuffer];
   for (const TreeNode *tree = g_trees; tree != nullptr; tree = tree->next) {
     if (tree->path == nullptr) continue;
-    if (std::strlen(tree->path) + std::strlen(entry.product) + std::strlen(entry.facility) +
-            std::strlen(entry.code) + 10 >
-        kPathBuffer) {
+    if (std::strlen(tree->path) + key_length + 10 > kPathBuffer) {
       std::fputs("Buffer too small\n", stdout);
       return nullptr;
     }
-    FormatText(key, sizeof key, "%s/%s/%s", entry.product, entry.facility, entry.code);
-    LowerCase(key);
-    if (!ExistsUnder(tree->path, key, path)) {
-      FormatText(key, sizeof key, "generic/%s", entry.code);
-      LowerCase(key);
-      if (!ExistsUnder(tree->path, key, path)) continue;
-    }
-    return std::fopen(path, "rb");
+    if (ExistsUnder(tree->path, specific, path) || ExistsUnder(tree->path, generic, path))
+      return std::fopen(path, "rb");
   }
   return nullptr;
 }
