@@ -42,24 +42,7 @@ uint32_t ChunkLength(const Cache *cache, uint32_t c) {
 
 // Reads exactly len bytes at offset; false on any error or short read.
 bool ReadAt(int fd, uint64_t offset, unsigned char *dst, uint32_t len) {
-  if (lseek(fd, static_cast<off_t>(offset), SEEK_SET) < 0) return false;
-  while (len > 0) {
-    const ssize_t n = read(fd, dst, len);
-    if (n <= 0) return false;
-    dst += n;
-    len -= static_cast<uint32_t>(n);
-  }
-  return true;
-}
-
-bool WriteFully(int fd, const unsigned char *src, uint32_t len) {
-  while (len > 0) {
-    const ssize_t n = write(fd, src, len);
-    if (n <= 0) return false;
-    src += n;
-    len -= static_cast<uint32_t>(n);
-  }
-  return true;
+  return lseek(fd, static_cast<off_t>(offset), SEEK_SET) >= 0 && ReadFully(fd, dst, len);
 }
 
 bool LoadChunk(Cache *cache, uint32_t c) {
@@ -189,6 +172,26 @@ bool ReserveSlots(Cache *cache, uint64_t count) {
 }
 
 }  // namespace
+
+bool ReadFully(int fd, unsigned char *dst, uint32_t len) {
+  while (len > 0) {
+    const ssize_t n = read(fd, dst, len);
+    if (n <= 0) return false;
+    dst += n;
+    len -= static_cast<uint32_t>(n);
+  }
+  return true;
+}
+
+bool WriteFully(int fd, const unsigned char *src, uint32_t len) {
+  while (len > 0) {
+    const ssize_t n = write(fd, src, len);
+    if (n <= 0) return false;
+    src += n;
+    len -= static_cast<uint32_t>(n);
+  }
+  return true;
+}
 
 Cache *CreateCache(int fd, uint32_t chunk_size, uint64_t file_size) {
   const uint64_t count = chunk_size == 0 ? 0 : (file_size + chunk_size - 1) / chunk_size;
