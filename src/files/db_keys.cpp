@@ -156,6 +156,11 @@ bool ExtendKeyList(UtlDb *db) {
   return true;
 }
 
+// The address of the bucket word of a name.
+uint64_t BucketAddress(const Header &h, const unsigned char *name, uint32_t length) {
+  return uint64_t{h.hash_table} + 4 * uint64_t{NameHash(h.hash_selector, name, length, h.buckets)};
+}
+
 // Allocates the name record of `name` and puts key first in its bucket.
 bool AddName(UtlDb *db, int key, const char *name, KeyEntry *entry) {
   const std::size_t length = std::strlen(name);
@@ -167,11 +172,8 @@ bool AddName(UtlDb *db, int key, const char *name, KeyEntry *entry) {
       !HeapWrite(db->cache, uint64_t{payload} + 1, name, static_cast<uint32_t>(length)))
     return false;
   entry->word[1] = payload;
-  const Header &h = db->header;
-  const uint64_t bucket =
-      uint64_t{h.hash_table} +
-      4 * uint64_t{NameHash(h.hash_selector, reinterpret_cast<const unsigned char *>(name),
-                            static_cast<uint32_t>(length), h.buckets)};
+  const uint64_t bucket = BucketAddress(db->header, reinterpret_cast<const unsigned char *>(name),
+                                        static_cast<uint32_t>(length));
   uint32_t first = 0;
   if (!ReadWord(db, bucket, &first)) {
     PrintErrorLine(
@@ -188,10 +190,6 @@ uint64_t MaxChainSteps(UtlDb *db) {
   return std::min<uint64_t>(static_cast<uint64_t>(std::max(db->header.total_keys, 0)),
                             HeapEnd(db->cache) / kEntrySize) +
          1;
-}
-
-uint64_t BucketAddress(const Header &h, const unsigned char *name, uint32_t length) {
-  return uint64_t{h.hash_table} + 4 * uint64_t{NameHash(h.hash_selector, name, length, h.buckets)};
 }
 
 enum class Match { kYes, kNo, kError };
