@@ -200,6 +200,20 @@ void SetOuts(void **data, unsigned int *byte_count, void *data_value, unsigned i
   if (byte_count != nullptr) *byte_count = count;
 }
 
+// Hands out the data pointer and count of a key: the core of
+// UTL_HASH_RETRIEVE_P and UTL_HASH_RETRIEVE_P_NOERRSET. Returns false (both
+// outputs cleared) when the key is absent; recording that is the caller's.
+bool RetrieveReference(UTL_HASH_TABLE *table, const char *key, void **data,
+                       unsigned int *byte_count) {
+  const Location at = Locate(table, key);
+  if (at.entry == nullptr) {
+    SetOuts(data, byte_count, nullptr, 0);
+    return false;
+  }
+  SetOuts(data, byte_count, at.entry->data, qx::BlockCount(at.entry->size));
+  return true;
+}
+
 // Checks that the new hash function places every stored key inside the new
 // table before anything is moved, so a failure leaves the old table whole.
 bool AllBucketsInRange(const UTL_HASH_TABLE *old_table, const UTL_HASH_TABLE *new_table) {
@@ -286,23 +300,13 @@ void UTL_HASH_RETRIEVE(UTL_HASH_TABLE *table, const char *key, unsigned int buff
 
 void UTL_HASH_RETRIEVE_P(UTL_HASH_TABLE *table, const char *key, void **data,
                          unsigned int *byte_count) {
-  const Location at = Locate(table, key);
-  if (at.entry == nullptr) {
-    SetOuts(data, byte_count, nullptr, 0);
+  if (!RetrieveReference(table, key, data, byte_count))
     qx::RecordError(kNotFound, "UTL_HASH_RETRIEVE_P");
-    return;
-  }
-  SetOuts(data, byte_count, at.entry->data, qx::BlockCount(at.entry->size));
 }
 
 void UTL_HASH_RETRIEVE_P_NOERRSET(UTL_HASH_TABLE *table, const char *key, void **data,
                                   unsigned int *byte_count) {
-  const Location at = Locate(table, key);
-  if (at.entry == nullptr) {
-    SetOuts(data, byte_count, nullptr, 0);
-    return;
-  }
-  SetOuts(data, byte_count, at.entry->data, qx::BlockCount(at.entry->size));
+  RetrieveReference(table, key, data, byte_count);
 }
 
 void UTL_HASH_CHANGE(UTL_HASH_TABLE *table, const char *key, unsigned int byte_count,
