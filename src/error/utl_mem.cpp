@@ -16,6 +16,7 @@
 #include <cstring>
 
 #include "common/error_record.h"
+#include "common/fixed_text.h"
 #include "error/heap.h"
 #include "error/mem_debug.h"
 #include "utl_intr.h"
@@ -220,8 +221,10 @@ UTL_DMEM_PRINT_FUNC UTL_DMEM_INITIALIZE(UTL_DMEM_PRINT_FUNC print) {
 }
 
 const char *UTL_MEM_GET_VERSION(void) {
+  // Refilled on every call, so a caller that wrote into the buffer gets the
+  // text back.
   static char version[32];
-  std::snprintf(version, sizeof version, "%s%s%s", "", "", "Sep 23 2011");
+  qx::CopyText(version, "Sep 23 2011");
   return version;
 }
 
