@@ -43,12 +43,6 @@ void *ResizeBlock(void *ptr, unsigned int size, const char *file, int line, cons
   return block;
 }
 
-void DropFileRequest() {
-  char *copy = g_state.fail_file;
-  g_state.fail_file = nullptr;
-  if (copy != nullptr) UTL_DMEM_FREE(copy, kTag, __LINE__);
-}
-
 // Where a block listing goes: an opened file, or the print function.
 class Listing {
  public:
@@ -165,7 +159,7 @@ void UTL_DMEM_NOTIFY(unsigned int bytes) {
 }
 
 void UTL_DMEM_FAIL(const char *file, unsigned int number) {
-  DropFileRequest();
+  qx::mem::DropFileRequest();
   if (file == nullptr) {
     g_state.fail_sequence = number;
     QX_MEM_ANNOUNCE("Intentional failure set for \"%u\" sequence number allocation.\n", number);
