@@ -152,8 +152,10 @@ bool RayMeetsCap(const double *g, const double *d, double length) {
   const double *a = g + kAxis;
   const double along = Dot(d, a);
   const double r = g[kRadius];
-  const double low = Dot(StoredArc(g, kArc0).centre, a) - Dot(g + kCentre, a);
-  const double high = Dot(StoredArc(g, kArc1).centre, a) - Dot(g + kCentre, a);
+  const Arc arc0 = StoredArc(g, kArc0);
+  const double centre_along = Dot(g + kCentre, a);
+  const double low = Dot(arc0.centre, a) - centre_along;
+  const double high = Dot(StoredArc(g, kArc1).centre, a) - centre_along;
   // cos(polar of p) within [cos(high polar), cos(low polar)], scaled by r |d|.
   if (along * r > low * length || along * r < high * length) return false;
   double q[3];
@@ -161,7 +163,7 @@ bool RayMeetsCap(const double *g, const double *d, double length) {
     q[i] = d[i] - along * a[i];
   const double q_length = Length(q);
   if (q_length == 0.0 || !HasMeridians(g)) return true;
-  return Dot(q, StoredArc(g, kArc0).ref) / q_length >= StoredArc(g, kArc0).limit;
+  return Dot(q, arc0.ref) / q_length >= arc0.limit;
 }
 
 // Writes one arc into the record at `base`.
