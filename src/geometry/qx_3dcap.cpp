@@ -39,6 +39,7 @@ using qx::vec3::Copy;
 using qx::vec3::Cross;
 using qx::vec3::Diff;
 using qx::vec3::Dot;
+using qx::vec3::kPi;
 using qx::vec3::Length;
 using qx::vec3::Unit;
 
@@ -47,7 +48,6 @@ constexpr double kFullCircle = -1.0;
 constexpr double kGridStart = 1e30;
 // b this close to +/-a leaves no azimuth direction: use a perpendicular of a.
 constexpr double kAlongAxis = 0.99999;
-constexpr double kPi = 3.141592653589793;
 
 // Slots of the record (see the layout above).
 constexpr int kCentre = 0, kAxis = 3, kBase = 6, kRadius = 9, kDistance = 10;
