@@ -223,23 +223,29 @@ bool InUse(const KeyEntry &entry) {
   return !(entry.word[0] & kNoKey);
 }
 
+// The two diagnostics of a name that cannot be delivered; both return 0.
+int NameUnreadable(uint32_t record) {
+  PrintErrorLine("ReadSecondaryKeyName: Failed to read address %d\n", static_cast<int>(record));
+  return 0;
+}
+
+int NameBufferTooSmall(int name_size, int length) {
+  PrintErrorLine("ReadSecondaryKeyName: User buffer (%d) too small for key (%d)\n", name_size,
+                 length);
+  return 0;
+}
+
 // Copies the name record at `record` into name (name_size bytes at most).
 int CopyName(UtlDb *db, uint32_t record, int name_size, char *name) {
   unsigned char length = 0;
-  if (!HeapRead(db->cache, record, &length, 1)) {
-    PrintErrorLine("ReadSecondaryKeyName: Failed to read address %d\n", static_cast<int>(record));
-    return 0;
-  }
+  if (!HeapRead(db->cache, record, &length, 1)) return NameUnreadable(record);
   if (name_size < length + 1) {
-    PrintErrorLine("ReadSecondaryKeyName: User buffer (%d) too small for key (%d)\n", name_size,
-                   length);
     if (name_size > 0) name[0] = '\0';
-    return 0;
+    return NameBufferTooSmall(name_size, length);
   }
   if (!HeapRead(db->cache, uint64_t{record} + 1, name, length)) {
-    PrintErrorLine("ReadSecondaryKeyName: Failed to read address %d\n", static_cast<int>(record));
     name[0] = '\0';
-    return 0;
+    return NameUnreadable(record);
   }
   name[length] = '\0';
   return 1;
@@ -389,10 +395,7 @@ int UTL_DB_INFO(UtlDb *db, int key, int name_size, char *name, int *data_size) {
   if (data_size != nullptr) *data_size = static_cast<int>(capacity);
   if (name_size == 0 || name == nullptr) return 1;
   if (entry.word[1] != 0) return CopyName(db, entry.word[1], name_size, name);
-  if (name_size < 1) {
-    PrintErrorLine("ReadSecondaryKeyName: User buffer (%d) too small for key (%d)\n", name_size, 0);
-    return 0;
-  }
+  if (name_size < 1) return NameBufferTooSmall(name_size, 0);
   name[0] = '\0';
   return 1;
 }
