@@ -212,12 +212,10 @@ void StoreMeridianArc(double *g, const CapFrame &f, double theta0, double span) 
   StoreArc(g, kArc0, o, f.e1, ref, f.radius, limit, end1, end2);
 }
 
-void BuildCap(QX_3DGEOM_CAP_RECORD *cap, const double *p0, const double *p1, const double *axis,
-              double angle1, double angle2) {
-  double *g = cap->geometry;
-  for (double &x : cap->geometry)
-    x = 0.0;
-  CapFrame f;
+// Fills the sphere and frame slots of the record (centre, axis, base
+// direction, radius, distance) and the axis, radius and azimuth directions e0,
+// e1 of f. Returns the cosine of the base direction's polar angle.
+double StoreFrame(double *g, const double *p0, const double *p1, const double *axis, CapFrame &f) {
   double d[3];
   if (Unit(axis, f.a) == 0.0) f.a[2] = 1.0;  // a zero axis is taken as +z
   Diff(p1, p0, d);
@@ -237,6 +235,16 @@ void BuildCap(QX_3DGEOM_CAP_RECORD *cap, const double *p0, const double *p1, con
     Unit(f.e0, f.e0);
   }
   Cross(f.a, f.e0, f.e1);
+  return along;
+}
+
+void BuildCap(QX_3DGEOM_CAP_RECORD *cap, const double *p0, const double *p1, const double *axis,
+              double angle1, double angle2) {
+  double *g = cap->geometry;
+  for (double &x : cap->geometry)
+    x = 0.0;
+  CapFrame f;
+  const double along = StoreFrame(g, p0, p1, axis, f);
   const double azimuth = std::fabs(angle1) * qx::vec3::kRadiansPerDegree;
   const double span = std::fabs(angle2) * qx::vec3::kRadiansPerDegree;
   const bool full = std::fabs(angle1) >= 180.0;
