@@ -109,23 +109,21 @@ bool InHeap(const Cache *cache, uint64_t addr, uint64_t *chunk) {
   return *chunk + 1 < cache->chunk_count || addr % cache->chunk_size < cache->last_size;
 }
 
-// The one core of HeapRead and HeapWrite: bound checks, loading, the copy
-// across chunk boundaries, the clock, eviction.
-bool Transfer(Cache *cache, uint64_t addr, unsigned char *mem, uint32_t len, bool writing) {
-  if (len == 0) return true;
-  uint64_t first = 0;
-  uint64_t last = 0;
-  const bool ok = InHeap(cache, addr, &first);
-  if (!ok || !InHeap(cache, addr + len - 1, &last)) {
-    PrintErrorLine("HeapSeek: Attempt to seek to %d chunk is greater than limit of %d chunks\n",
-                   static_cast<int>(ok ? last : first), static_cast<int>(cache->chunk_count));
-    if (writing)
-      PrintErrorLine("HeapWrite: Cannot find room for %d bytes in heap\n", static_cast<int>(len));
-    else
-      PrintErrorLine("HeapRead: Cannot find %d bytes at location %d\n", static_cast<int>(len),
-                     static_cast<int>(addr));
-    return false;
-  }
+// The diagnostics of an access that leaves the heap at `chunk`.
+bool ReportOutsideHeap(const Cache *cache, uint64_t chunk, uint64_t addr, uint32_t len,
+                       bool writing) {
+  PrintErrorLine("HeapSeek: Attempt to seek to %d chunk is greater than limit of %d chunks\n",
+                 static_cast<int>(chunk), static_cast<int>(cache->chunk_count));
+  if (writing)
+    PrintErrorLine("HeapWrite: Cannot find room for %d bytes in heap\n", static_cast<int>(len));
+  else
+    PrintErrorLine("HeapRead: Cannot find %d bytes at location %d\n", static_cast<int>(len),
+                   static_cast<int>(addr));
+  return false;
+}
+
+// Makes chunks first .. last resident.
+bool LoadChunks(Cache *cache, uint64_t first, uint64_t last, bool writing) {
   for (uint64_t c = first; c <= last; ++c) {
     if (!(cache->slots[c].flags & kLoaded) && !LoadChunk(cache, static_cast<uint32_t>(c))) {
       PrintErrorLine(writing ? "HeapWrite: Failed to read chunk from disk\n"
@@ -133,6 +131,19 @@ bool Transfer(Cache *cache, uint64_t addr, unsigned char *mem, uint32_t len, boo
       return false;
     }
   }
+  return true;
+}
+
+// The one core of HeapRead and HeapWrite: bound checks, loading, the copy
+// across chunk boundaries, the clock, eviction.
+bool Transfer(Cache *cache, uint64_t addr, unsigned char *mem, uint32_t len, bool writing) {
+  if (len == 0) return true;
+  uint64_t first = 0;
+  uint64_t last = 0;
+  const bool ok = InHeap(cache, addr, &first);
+  if (!ok || !InHeap(cache, addr + len - 1, &last))
+    return ReportOutsideHeap(cache, ok ? last : first, addr, len, writing);
+  if (!LoadChunks(cache, first, last, writing)) return false;
   uint32_t offset = static_cast<uint32_t>(addr % cache->chunk_size);
   for (uint64_t c = first; c <= last; ++c, offset = 0) {
     ChunkSlot &slot = cache->slots[c];
