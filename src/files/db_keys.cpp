@@ -57,7 +57,8 @@ bool WalkToEntry(UtlDb *db, int key, uint64_t *addr) {
   uint32_t payload = db->header.first_segment;
   int64_t before = 0;
   LoopGuard loop;
-  for (uint64_t steps = 0; steps < MaxSegments(db); ++steps) {
+  const uint64_t max_steps = MaxSegments(db);
+  for (uint64_t steps = 0; steps < max_steps; ++steps) {
     uint32_t next = 0;
     uint32_t count = 0;
     if (loop.Revisits(payload) || !ReadSegmentHead(db, payload, &next, &count)) return false;
@@ -229,7 +230,8 @@ bool Relink(UtlDb *db, uint64_t bucket, int key, uint32_t next) {
   if (!ReadWord(db, bucket, &k)) return false;
   if (k == static_cast<uint32_t>(key)) return WriteWord(db, bucket, next);
   LoopGuard loop;
-  for (uint64_t steps = 0; !(k & kNoKey) && steps < MaxChainSteps(db); ++steps) {
+  const uint64_t max_steps = MaxChainSteps(db);
+  for (uint64_t steps = 0; !(k & kNoKey) && steps < max_steps; ++steps) {
     KeyEntry link;
     uint64_t addr = 0;
     if (loop.Revisits(k) || !KeyInRange(db, static_cast<int>(k)) ||
@@ -324,7 +326,8 @@ int FindNamedKey(UtlDb *db, const char *name, int after) {
   }
   bool started = after < 0;
   LoopGuard loop;
-  for (uint64_t steps = 0; !(k & kNoKey) && steps < MaxChainSteps(db); ++steps) {
+  const uint64_t max_steps = MaxChainSteps(db);
+  for (uint64_t steps = 0; !(k & kNoKey) && steps < max_steps; ++steps) {
     if (loop.Revisits(k)) return -1;
     KeyEntry entry;
     uint64_t addr = 0;
