@@ -38,6 +38,7 @@ namespace {
 using qx::vec3::Copy;
 using qx::vec3::Cross;
 using qx::vec3::Diff;
+using qx::vec3::DistanceSquared;
 using qx::vec3::Dot;
 using qx::vec3::kPi;
 using qx::vec3::Length;
@@ -95,12 +96,6 @@ double FarCircleSquared(const CircleTerms &t, double r) {
   return (t.rho + r) * (t.rho + r) + t.h * t.h;
 }
 
-double PointDistanceSquared(const double *p, const double *q) {
-  double d[3];
-  Diff(p, q, d);
-  return Dot(d, d);
-}
-
 // Distance from p to an arc: the circle distance when the circle point
 // nearest p lies on the arc (p on the axis line: every point is nearest),
 // else the distance to the nearer end.
@@ -113,7 +108,7 @@ double NearArc(const double *p, const Arc &arc) {
     on_arc = -Dot(toward, arc.ref) / t.rho >= arc.limit;
   }
   if (on_arc) return NearCircle(t, arc.radius);
-  const double e1 = PointDistanceSquared(p, arc.end1), e2 = PointDistanceSquared(p, arc.end2);
+  const double e1 = DistanceSquared(p, arc.end1), e2 = DistanceSquared(p, arc.end2);
   return std::sqrt(e1 < e2 ? e1 : e2);
 }
 
@@ -307,7 +302,7 @@ double QX_3DGEOM_MAX_DIST_SQUARED_PT_ARC(const double *p, const double *centre, 
   const int on_arc = s >= limit;
   if (flag_out != nullptr) *flag_out = on_arc;
   if (on_arc) return FarCircleSquared(t, r);
-  const double e1 = PointDistanceSquared(p, end1), e2 = PointDistanceSquared(p, end2);
+  const double e1 = DistanceSquared(p, end1), e2 = DistanceSquared(p, end2);
   return e1 > e2 ? e1 : e2;
 }
 

@@ -181,9 +181,7 @@ void UTL_GEOM_MIDPOINT(const double *a, const double *b, double *out) {
 }
 
 double UTL_GEOM_VDIST_SQ(const double *a, const double *b) {
-  double d[3];
-  qx::vec3::Diff(a, b, d);
-  return Dot(d, d);
+  return qx::vec3::DistanceSquared(a, b);
 }
 
 double UTL_GEOM_VDIST(const double *a, const double *b) {

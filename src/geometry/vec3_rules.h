@@ -43,6 +43,13 @@ inline void Diff(const double *a, const double *b, double *out) {
   out[2] = a[2] - b[2];
 }
 
+// |a - b|^2, with no zero rule applied.
+inline double DistanceSquared(const double *a, const double *b) {
+  double d[3];
+  Diff(a, b, d);
+  return Dot(d, d);
+}
+
 inline void Copy(const double *a, double *out) {
   out[0] = a[0];
   out[1] = a[1];
