@@ -10,6 +10,7 @@
 #define QXBASE_COMMON_ERROR_RECORD_H
 
 #include "utl_error.h"
+#include "utl_mem.h"
 
 namespace qx {
 
@@ -60,6 +61,13 @@ class ErrorBarrier {
   ErrorBarrier(const ErrorBarrier &) = delete;
   ErrorBarrier &operator=(const ErrorBarrier &) = delete;
 };
+
+// Frees a block of a routine that is failing, behind a barrier, so that
+// whatever the release records cannot disturb the error being reported.
+inline void FreeAfterError(void *block, const char *tag, int line) {
+  ErrorBarrier barrier;
+  UTL_DMEM_FREE(block, tag, line);
+}
 
 // Writes one formatted line to standard error (the caller supplies the line
 // end, as the documented texts do).

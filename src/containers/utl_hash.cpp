@@ -67,10 +67,7 @@ UTL_HASH_TABLE *NewTable(unsigned int bucket_count, UTL_HASH_FUNCTION hash,
   table->buckets = static_cast<UTL_HASH_PRIMARY *>(
       UTL_DMEM_CALLOC(bucket_count, sizeof(UTL_HASH_PRIMARY), kTag, __LINE__));
   if (table->buckets == nullptr) {
-    {
-      ErrorBarrier barrier;
-      UTL_DMEM_FREE(table, kTag, __LINE__);
-    }
+    FreeAfterError(table, kTag, __LINE__);
     return TraceAndFail("UTL_HASH_CREATE", static_cast<UTL_HASH_TABLE *>(nullptr));
   }
   table->bucket_count = bucket_count;
@@ -134,12 +131,6 @@ void PushEntry(UTL_HASH_TABLE *table, UTL_HASH_PRIMARY *slot, UTL_HASH_BUCKET *e
     table->max_chain = static_cast<unsigned int>(slot->count);
 }
 
-// Releases memory after a failed insert without disturbing the error on top.
-void ReleaseQuietly(void *block) {
-  ErrorBarrier barrier;
-  UTL_DMEM_FREE(block, kTag, __LINE__);
-}
-
 // Traces the failing step of FillEntry: numbered for the copying insert, one
 // line for the by-reference twin.
 UTL_HASH_BUCKET *TraceFillFailure(bool by_reference, int site) {
@@ -162,15 +153,15 @@ UTL_HASH_BUCKET *FillEntry(UTL_HASH_TABLE *table, const char *key, unsigned int 
   *entry = UTL_HASH_BUCKET{};
   entry->key = table->copy_function(key);
   if (entry->key == nullptr) {
-    ReleaseQuietly(entry);
+    FreeAfterError(entry, kTag, __LINE__);
     return TraceFillFailure(by_reference, 20);
   }
   entry->key_length = key_length;
   if (by_reference) {
     Rules::StoreReference(entry->size, DataField(entry), data, byte_count);
   } else if (!Rules::StoreCopy(entry->size, DataField(entry), data, byte_count, kTag, __LINE__)) {
-    ReleaseQuietly(entry->key);
-    ReleaseQuietly(entry);
+    FreeAfterError(entry->key, kTag, __LINE__);
+    FreeAfterError(entry, kTag, __LINE__);
     return TraceFillFailure(by_reference, 30);
   }
   return entry;
@@ -207,6 +198,20 @@ int RemoveEntry(UTL_HASH_PRIMARY *slot, UTL_HASH_BUCKET *entry) {
 void SetOuts(void **data, unsigned int *byte_count, void *data_value, unsigned int count) {
   if (data != nullptr) *data = data_value;
   if (byte_count != nullptr) *byte_count = count;
+}
+
+// Hands out the data pointer and count of a key: the core of
+// UTL_HASH_RETRIEVE_P and UTL_HASH_RETRIEVE_P_NOERRSET. Returns false (both
+// outputs cleared) when the key is absent; recording that is the caller's.
+bool RetrieveReference(UTL_HASH_TABLE *table, const char *key, void **data,
+                       unsigned int *byte_count) {
+  const Location at = Locate(table, key);
+  if (at.entry == nullptr) {
+    SetOuts(data, byte_count, nullptr, 0);
+    return false;
+  }
+  SetOuts(data, byte_count, at.entry->data, qx::BlockCount(at.entry->size));
+  return true;
 }
 
 // Checks that the new hash function places every stored key inside the new
@@ -295,23 +300,13 @@ void UTL_HASH_RETRIEVE(UTL_HASH_TABLE *table, const char *key, unsigned int buff
 
 void UTL_HASH_RETRIEVE_P(UTL_HASH_TABLE *table, const char *key, void **data,
                          unsigned int *byte_count) {
-  const Location at = Locate(table, key);
-  if (at.entry == nullptr) {
-    SetOuts(data, byte_count, nullptr, 0);
+  if (!RetrieveReference(table, key, data, byte_count))
     qx::RecordError(kNotFound, "UTL_HASH_RETRIEVE_P");
-    return;
-  }
-  SetOuts(data, byte_count, at.entry->data, qx::BlockCount(at.entry->size));
 }
 
 void UTL_HASH_RETRIEVE_P_NOERRSET(UTL_HASH_TABLE *table, const char *key, void **data,
                                   unsigned int *byte_count) {
-  const Location at = Locate(table, key);
-  if (at.entry == nullptr) {
-    SetOuts(data, byte_count, nullptr, 0);
-    return;
-  }
-  SetOuts(data, byte_count, at.entry->data, qx::BlockCount(at.entry->size));
+  RetrieveReference(table, key, data, byte_count);
 }
 
 void UTL_HASH_CHANGE(UTL_HASH_TABLE *table, const char *key, unsigned int byte_count,

@@ -84,6 +84,12 @@ void WriteBanner(std::FILE *out, const UTL_HASH_TABLE *table) {
   std::fputs("/*-E*/\n\n", out);
 }
 
+// The hash function the generated lookup calls: the caller's, or the
+// library's default when none was named.
+const char *HashFunctionName(const char *hash_name) {
+  return hash_name[0] == '\0' ? "UTL_HASH_DEFAULT_FUNCTION" : hash_name;
+}
+
 void WriteDeclarations(std::FILE *out, const char *function_name, const char *hash_name) {
   std::fputs("#define  NIL   0\n#define  TRUE  1\n#define  FALSE 0\n", out);
   std::fputs("typedef struct h_bucket   {\n", out);
@@ -97,12 +103,7 @@ void WriteDeclarations(std::FILE *out, const char *function_name, const char *ha
   std::fputs("    unsigned       *nbytes;\n    {\n", out);
   std::fputs("    BUCKET_P       bp;\n", out);
   std::fputs("    int            status, strcmp();\n", out);
-  std::fputs("    unsigned       hash_val, ", out);
-  if (hash_name[0] == '\0') {
-    std::fputs("UTL_HASH_DEFAULT_FUNCTION();\n", out);
-  } else {
-    std::fprintf(out, "%s();\n", hash_name);
-  }
+  std::fprintf(out, "    unsigned       hash_val, %s();\n", HashFunctionName(hash_name));
 }
 
 // The bytes of a block, each widened as a signed char (so high bytes print
@@ -191,12 +192,8 @@ void WriteBucketIndex(std::FILE *out, const UTL_HASH_TABLE *table) {
 
 void WriteBody(std::FILE *out, const UTL_HASH_TABLE *table, const char *hash_name) {
   std::fputs("    *nbytes = 0;  *data_ptr = NIL;  status = FALSE;\n", out);
-  if (hash_name[0] == '\0') {
-    std::fputs("    hash_val = UTL_HASH_DEFAULT_FUNCTION ", out);
-  } else {
-    std::fprintf(out, "    hash_val = %s ", hash_name);
-  }
-  std::fprintf(out, "(token, %d);\n", static_cast<int>(table->bucket_count));
+  std::fprintf(out, "    hash_val = %s (token, %d);\n", HashFunctionName(hash_name),
+               static_cast<int>(table->bucket_count));
   std::fputs("    for (bp = htab[hash_val - 1]; ", out);
   std::fputs("(bp != NIL) && (!status); bp = bp->link)   {\n", out);
   std::fputs("        if (strcmp (bp->token, token) == 0)   {\n", out);

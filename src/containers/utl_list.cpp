@@ -84,11 +84,6 @@ UTL_LIST_NODE *AllocateNode() {
   return node;
 }
 
-void ReleaseAfterError(void *block) {
-  ErrorBarrier barrier;
-  UTL_DMEM_FREE(block, kTag, __LINE__);
-}
-
 // The copying additions (APPEND, INSERT): node first (call site 1), then its
 // data storage (call site 0, the node is released again).
 UTL_LIST_NODE *AddCopy(UTL_LIST_NODE *anchor, unsigned int size, const void *data, Placement place,
@@ -99,7 +94,7 @@ UTL_LIST_NODE *AddCopy(UTL_LIST_NODE *anchor, unsigned int size, const void *dat
     return nullptr;
   }
   if (!Rules::StoreCopy(fresh->size, fresh->data, data, size, kTag, __LINE__)) {
-    ReleaseAfterError(fresh);
+    FreeAfterError(fresh, kTag, __LINE__);
     TraceCallSite(routine, 0);
     return nullptr;
   }
@@ -145,7 +140,7 @@ UTL_LIST_NODE *CopyNode(UTL_LIST_NODE *last, UTL_LIST_NODE *source, UTL_LIST_COP
   if (copy != nullptr) {
     void *duplicate = copy(address, count);
     UTL_LIST_NODE *made = UTL_LIST_APPEND_P(last, count, duplicate);
-    if (made == nullptr) ReleaseAfterError(duplicate);
+    if (made == nullptr) FreeAfterError(duplicate, kTag, __LINE__);
     return made;
   }
   // Only a zero-length reference is shared; everything else is copied.
@@ -155,7 +150,7 @@ UTL_LIST_NODE *CopyNode(UTL_LIST_NODE *last, UTL_LIST_NODE *source, UTL_LIST_COP
 
 UTL_LIST_NODE *MemberFailure(int site, void *scratch) {
   TraceCallSite("UTL_LIST_MEMBER", site);
-  if (scratch != nullptr) ReleaseAfterError(scratch);
+  if (scratch != nullptr) FreeAfterError(scratch, kTag, __LINE__);
   return nullptr;
 }
 

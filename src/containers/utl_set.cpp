@@ -72,8 +72,10 @@ void CombineWords(Combine op, u32 *out, const u32 *a, const u32 *b, int count) {
   }
 }
 
-UTL_SET *Duplicate(const UTL_SET *set, const char *caller) {
-  UTL_SET *copy = NewSetFor(set->size, caller);
+// A new set of n >= set->size elements holding set's members: the core of
+// UTL_SET_COPY, UTL_SET_GET and UTL_SET_EXTEND.
+UTL_SET *CopyWithSize(const UTL_SET *set, long long n, const char *caller) {
+  UTL_SET *copy = NewSetFor(n, caller);
   if (copy != nullptr) std::memcpy(copy->words, set->words, 4u * WordCount(set));
   return copy;
 }
@@ -206,11 +208,11 @@ int UTL_SET_SIZEOF(int n) {
 }
 
 UTL_SET *UTL_SET_COPY(const UTL_SET *set) {
-  return Duplicate(set, "UTL_SET_COPY");
+  return CopyWithSize(set, set->size, "UTL_SET_COPY");
 }
 
 UTL_SET *UTL_SET_GET(const UTL_SET *set) {
-  return Duplicate(set, "UTL_SET_GET");
+  return CopyWithSize(set, set->size, "UTL_SET_GET");
 }
 
 int UTL_SET_COPY_INPLACE(UTL_SET *destination, const UTL_SET *source) {
@@ -226,9 +228,7 @@ int UTL_SET_PUT(const UTL_SET *set, void *buffer) {
 
 UTL_SET *UTL_SET_EXTEND(const UTL_SET *set, int k) {
   if (k < 0) return qx::Fail(kIllegalValue, "UTL_SET_EXTEND", static_cast<UTL_SET *>(nullptr));
-  UTL_SET *extended = NewSetFor(static_cast<long long>(set->size) + k, "UTL_SET_EXTEND");
-  if (extended != nullptr) std::memcpy(extended->words, set->words, 4u * WordCount(set));
-  return extended;
+  return CopyWithSize(set, static_cast<long long>(set->size) + k, "UTL_SET_EXTEND");
 }
 
 // ---- Elements ------------------------------------------------------------

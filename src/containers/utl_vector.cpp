@@ -45,9 +45,13 @@ std::size_t DataBytes(const UtlVector *v) {
   return std::size_t{ElementBytes(v->type)} * static_cast<std::size_t>(v->length);
 }
 
+void ReportUnknownOperation() {
+  PrintErrorLine("Error: Do not know how to perform this operation with provided data type\n");
+}
+
 void ReportNotCumulative() {
   PrintErrorLine("Error: Not cumulative data type\n");
-  PrintErrorLine("Error: Do not know how to perform this operation with provided data type\n");
+  ReportUnknownOperation();
 }
 
 // Truncates toward zero, saturating at the int limits; NaN gives 0.
@@ -168,8 +172,7 @@ double UtlVectorSum(const UtlVector *vector) {
 
 int UtlVectorOperation(UtlVector *vector, char op, double x) {
   if (!IsNumeric(vector->type)) {
-    qx::PrintErrorLine(
-        "Error: Do not know how to perform this operation with provided data type\n");
+    ReportUnknownOperation();
     return 0;
   }
   if (op != '+' && op != '-' && op != '*' && op != '/') return 0;

@@ -124,9 +124,7 @@ void RaiseRequestedFailure(const char *file, int line) {
     s.in_failure = true;
     QX_MEM_ANNOUNCE("Intentional failure occurring in \"%s\" line %u.\n", file,
                     static_cast<unsigned int>(line));
-    char *copy = s.fail_file;
-    s.fail_file = nullptr;
-    UTL_DMEM_FREE(copy, kTag, __LINE__);
+    DropFileRequest();
   } else if (s.fail_sequence != 0 && s.fail_sequence == s.sequence + 1) {
     s.in_failure = true;
     QX_MEM_ANNOUNCE("Intentional failure occurring in \"%s\" line %u sequence number %u.\n",
@@ -243,6 +241,12 @@ void *Resize(void *user, std::size_t size, const char *file, int line) {
   }
   Release(user);
   return fresh;
+}
+
+void DropFileRequest() {
+  char *copy = g_state.fail_file;
+  g_state.fail_file = nullptr;
+  if (copy != nullptr) UTL_DMEM_FREE(copy, kTag, __LINE__);
 }
 
 void CheckAllBlocks() {

@@ -72,6 +72,9 @@ void Release(void *user);
 void *Resize(void *user, std::size_t size, const char *file, int line);
 // Checks every live block, newest first.
 void CheckAllBlocks();
+// Forgets a pending file-and-line failure request and frees its copy of the
+// file name (UTL_DMEM_FAIL replacing it, or the failure being raised).
+void DropFileRequest();
 
 inline constexpr std::uint32_t kHeadGuard = 0xBBBBBBBBu;
 inline constexpr std::uint32_t kInnerGuard = 0xCCCCCCCCu;

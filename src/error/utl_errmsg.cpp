@@ -2,17 +2,18 @@
 //
 // Every piece of text goes through the replaceable output function, one call
 // per piece, except "Buffer too small" (standard output) and "No Data Present
-// on Error Stack" (standard error), which are written directly. Catalogue
-// trees are a singly linked list in order of registration; for each tree the
-// specific key "product/facility/code" is tried before "generic/code", both in
-// lower case, and the first existing file wins. Only the lines before the
-// first line that starts with "@" are shown.
+// on Error Stack" (standard error, through PrintErrorLine), which are written
+// directly. Catalogue trees are a singly linked list in order of registration;
+// for each tree the specific key "product/facility/code" is tried before
+// "generic/code", both in lower case, and the first existing file wins. Only
+// the lines before the first line that starts with "@" are shown.
 #include <unistd.h>
 
 #include <cctype>
 #include <cstdio>
 #include <cstring>
 
+#include "common/error_record.h"
 #include "common/fixed_text.h"
 #include "error/error_stack.h"
 #include "utl_error.h"
@@ -55,26 +56,26 @@ bool ExistsUnder(const char *tree, const char *key, char (&path)[kPathBuffer]) {
   return access(path, F_OK) == 0;
 }
 
-// Opens the catalogue file of an entry, or returns null.
+// Opens the catalogue file of an entry, or returns null. The two keys depend
+// on the entry alone and are built once; each tree tries them in turn.
 std::FILE *OpenCatalogueFile(const Entry &entry) {
-  char key[kPathBuffer];
+  char specific[kPathBuffer];
+  char generic[kPathBuffer];
+  FormatText(specific, sizeof specific, "%s/%s/%s", entry.product, entry.facility, entry.code);
+  LowerCase(specific);
+  FormatText(generic, sizeof generic, "generic/%s", entry.code);
+  LowerCase(generic);
+  const std::size_t key_length =
+      std::strlen(entry.product) + std::strlen(entry.facility) + std::strlen(entry.code);
   char path[kPathBuffer];
   for (const TreeNode *tree = g_trees; tree != nullptr; tree = tree->next) {
     if (tree->path == nullptr) continue;
-    if (std::strlen(tree->path) + std::strlen(entry.product) + std::strlen(entry.facility) +
-            std::strlen(entry.code) + 10 >
-        kPathBuffer) {
+    if (std::strlen(tree->path) + key_length + 10 > kPathBuffer) {
       std::fputs("Buffer too small\n", stdout);
       return nullptr;
     }
-    FormatText(key, sizeof key, "%s/%s/%s", entry.product, entry.facility, entry.code);
-    LowerCase(key);
-    if (!ExistsUnder(tree->path, key, path)) {
-      FormatText(key, sizeof key, "generic/%s", entry.code);
-      LowerCase(key);
-      if (!ExistsUnder(tree->path, key, path)) continue;
-    }
-    return std::fopen(path, "rb");
+    if (ExistsUnder(tree->path, specific, path) || ExistsUnder(tree->path, generic, path))
+      return std::fopen(path, "rb");
   }
   return nullptr;
 }
@@ -136,6 +137,13 @@ void WriteDownToBarrier(void *stream) {
     --lowest;
   for (int e = lowest; e <= g_stack.top; ++e)
     WriteEntryAtLevel(stream, e);
+}
+
+// The common tail of UTL_ERROR_PRINT and UTL_ERROR_MESSAGE: writes the
+// entries down to the nearest barrier, then unwinds them if an error is set.
+void PrintDownToBarrier(void *stream) {
+  WriteDownToBarrier(stream);
+  if (TopEntry().is_set) UnwindToBarrier();
 }
 
 void AppendMessageTrace(const char *trace) {
@@ -210,7 +218,7 @@ void UTL_ERROR_REMOVE_TREE(const char *directory) {
 
 void UTL_ERROR_SHOW(void) {
   if (g_stack.fill == 0) {
-    std::fputs("No Data Present on Error Stack\n", stderr);
+    qx::PrintErrorLine("No Data Present on Error Stack\n");
     return;
   }
   for (int e = 0; e <= g_stack.top; ++e)
@@ -219,8 +227,7 @@ void UTL_ERROR_SHOW(void) {
 
 void UTL_ERROR_PRINT(void *stream) {
   if (g_stack.fill == 0) return;
-  qx::error::WriteDownToBarrier(stream);
-  if (TopEntry().is_set) qx::error::UnwindToBarrier();
+  qx::error::PrintDownToBarrier(stream);
 }
 
 void UTL_ERROR_DUMP(void *stream) {
@@ -244,8 +251,7 @@ int UTL_ERROR_MESSAGE(void *stream, const char *trace, const char *text) {
   }
   if (trace != nullptr) qx::error::AppendMessageTrace(trace);
   if (g_stack.fill == 0) return qx::error::Out(stream, "\n");
-  qx::error::WriteDownToBarrier(stream);
-  if (TopEntry().is_set) qx::error::UnwindToBarrier();
+  qx::error::PrintDownToBarrier(stream);
   return qx::error::Out(stream, "\n");
 }
 

@@ -83,10 +83,8 @@ void OpenBarrier() {
   if (g_stack.top >= kLastEntry) return;
   ++g_stack.top;
   Entry &entry = TopEntry();
+  EmptyEntry(entry);
   entry.barrier = 1;
-  entry.product[0] = entry.facility[0] = entry.code[0] = '\0';
-  entry.is_set = 0;
-  entry.trace_count = 0;
   entry.first_trace = g_stack.fill;
 }
 

@@ -16,6 +16,7 @@
 #include <cstring>
 
 #include "common/error_record.h"
+#include "common/fixed_text.h"
 #include "error/heap.h"
 #include "error/mem_debug.h"
 #include "utl_intr.h"
@@ -40,12 +41,6 @@ void *ResizeBlock(void *ptr, unsigned int size, const char *file, int line, cons
   void *block = qx::heap::Realloc(ptr, AtLeastOne(size));
   if (block == nullptr) qx::RecordError(kNoMemory, routine);
   return block;
-}
-
-void DropFileRequest() {
-  char *copy = g_state.fail_file;
-  g_state.fail_file = nullptr;
-  if (copy != nullptr) UTL_DMEM_FREE(copy, kTag, __LINE__);
 }
 
 // Where a block listing goes: an opened file, or the print function.
@@ -164,7 +159,7 @@ void UTL_DMEM_NOTIFY(unsigned int bytes) {
 }
 
 void UTL_DMEM_FAIL(const char *file, unsigned int number) {
-  DropFileRequest();
+  qx::mem::DropFileRequest();
   if (file == nullptr) {
     g_state.fail_sequence = number;
     QX_MEM_ANNOUNCE("Intentional failure set for \"%u\" sequence number allocation.\n", number);
@@ -220,8 +215,10 @@ UTL_DMEM_PRINT_FUNC UTL_DMEM_INITIALIZE(UTL_DMEM_PRINT_FUNC print) {
 }
 
 const char *UTL_MEM_GET_VERSION(void) {
+  // Refilled on every call, so a caller that wrote into the buffer gets the
+  // text back.
   static char version[32];
-  std::snprintf(version, sizeof version, "%s%s%s", "", "", "Sep 23 2011");
+  qx::CopyText(version, "Sep 23 2011");
   return version;
 }
 

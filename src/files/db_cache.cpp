@@ -42,24 +42,7 @@ uint32_t ChunkLength(const Cache *cache, uint32_t c) {
 
 // Reads exactly len bytes at offset; false on any error or short read.
 bool ReadAt(int fd, uint64_t offset, unsigned char *dst, uint32_t len) {
-  if (lseek(fd, static_cast<off_t>(offset), SEEK_SET) < 0) return false;
-  while (len > 0) {
-    const ssize_t n = read(fd, dst, len);
-    if (n <= 0) return false;
-    dst += n;
-    len -= static_cast<uint32_t>(n);
-  }
-  return true;
-}
-
-bool WriteFully(int fd, const unsigned char *src, uint32_t len) {
-  while (len > 0) {
-    const ssize_t n = write(fd, src, len);
-    if (n <= 0) return false;
-    src += n;
-    len -= static_cast<uint32_t>(n);
-  }
-  return true;
+  return lseek(fd, static_cast<off_t>(offset), SEEK_SET) >= 0 && ReadFully(fd, dst, len);
 }
 
 bool LoadChunk(Cache *cache, uint32_t c) {
@@ -126,23 +109,21 @@ bool InHeap(const Cache *cache, uint64_t addr, uint64_t *chunk) {
   return *chunk + 1 < cache->chunk_count || addr % cache->chunk_size < cache->last_size;
 }
 
-// The one core of HeapRead and HeapWrite: bound checks, loading, the copy
-// across chunk boundaries, the clock, eviction.
-bool Transfer(Cache *cache, uint64_t addr, unsigned char *mem, uint32_t len, bool writing) {
-  if (len == 0) return true;
-  uint64_t first = 0;
-  uint64_t last = 0;
-  const bool ok = InHeap(cache, addr, &first);
-  if (!ok || !InHeap(cache, addr + len - 1, &last)) {
-    PrintErrorLine("HeapSeek: Attempt to seek to %d chunk is greater than limit of %d chunks\n",
-                   static_cast<int>(ok ? last : first), static_cast<int>(cache->chunk_count));
-    if (writing)
-      PrintErrorLine("HeapWrite: Cannot find room for %d bytes in heap\n", static_cast<int>(len));
-    else
-      PrintErrorLine("HeapRead: Cannot find %d bytes at location %d\n", static_cast<int>(len),
-                     static_cast<int>(addr));
-    return false;
-  }
+// The diagnostics of an access that leaves the heap at `chunk`.
+bool ReportOutsideHeap(const Cache *cache, uint64_t chunk, uint64_t addr, uint32_t len,
+                       bool writing) {
+  PrintErrorLine("HeapSeek: Attempt to seek to %d chunk is greater than limit of %d chunks\n",
+                 static_cast<int>(chunk), static_cast<int>(cache->chunk_count));
+  if (writing)
+    PrintErrorLine("HeapWrite: Cannot find room for %d bytes in heap\n", static_cast<int>(len));
+  else
+    PrintErrorLine("HeapRead: Cannot find %d bytes at location %d\n", static_cast<int>(len),
+                   static_cast<int>(addr));
+  return false;
+}
+
+// Makes chunks first .. last resident.
+bool LoadChunks(Cache *cache, uint64_t first, uint64_t last, bool writing) {
   for (uint64_t c = first; c <= last; ++c) {
     if (!(cache->slots[c].flags & kLoaded) && !LoadChunk(cache, static_cast<uint32_t>(c))) {
       PrintErrorLine(writing ? "HeapWrite: Failed to read chunk from disk\n"
@@ -150,6 +131,19 @@ bool Transfer(Cache *cache, uint64_t addr, unsigned char *mem, uint32_t len, boo
       return false;
     }
   }
+  return true;
+}
+
+// The one core of HeapRead and HeapWrite: bound checks, loading, the copy
+// across chunk boundaries, the clock, eviction.
+bool Transfer(Cache *cache, uint64_t addr, unsigned char *mem, uint32_t len, bool writing) {
+  if (len == 0) return true;
+  uint64_t first = 0;
+  uint64_t last = 0;
+  const bool ok = InHeap(cache, addr, &first);
+  if (!ok || !InHeap(cache, addr + len - 1, &last))
+    return ReportOutsideHeap(cache, ok ? last : first, addr, len, writing);
+  if (!LoadChunks(cache, first, last, writing)) return false;
   uint32_t offset = static_cast<uint32_t>(addr % cache->chunk_size);
   for (uint64_t c = first; c <= last; ++c, offset = 0) {
     ChunkSlot &slot = cache->slots[c];
@@ -189,6 +183,26 @@ bool ReserveSlots(Cache *cache, uint64_t count) {
 }
 
 }  // namespace
+
+bool ReadFully(int fd, unsigned char *dst, uint32_t len) {
+  while (len > 0) {
+    const ssize_t n = read(fd, dst, len);
+    if (n <= 0) return false;
+    dst += n;
+    len -= static_cast<uint32_t>(n);
+  }
+  return true;
+}
+
+bool WriteFully(int fd, const unsigned char *src, uint32_t len) {
+  while (len > 0) {
+    const ssize_t n = write(fd, src, len);
+    if (n <= 0) return false;
+    src += n;
+    len -= static_cast<uint32_t>(n);
+  }
+  return true;
+}
 
 Cache *CreateCache(int fd, uint32_t chunk_size, uint64_t file_size) {
   const uint64_t count = chunk_size == 0 ? 0 : (file_size + chunk_size - 1) / chunk_size;

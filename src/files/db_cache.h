@@ -29,6 +29,12 @@ struct Cache {
   ChunkSlot *slots;     // chunk_count + 1 slots
 };
 
+// Plain descriptor I/O at the current position, outside the cache: true when
+// exactly len bytes went through. The cache loads and writes chunks with them;
+// creation and UTL_DB_UNLOCK, which work on the file directly, use them too.
+bool ReadFully(int fd, unsigned char *dst, uint32_t len);
+bool WriteFully(int fd, const unsigned char *src, uint32_t len);
+
 // Builds a cache over a heap of file_size bytes; prints the CreateHeap line
 // and returns null when the chunk size is unusable or memory runs out.
 Cache *CreateCache(int fd, uint32_t chunk_size, uint64_t file_size);

@@ -57,7 +57,8 @@ bool WalkToEntry(UtlDb *db, int key, uint64_t *addr) {
   uint32_t payload = db->header.first_segment;
   int64_t before = 0;
   LoopGuard loop;
-  for (uint64_t steps = 0; steps < MaxSegments(db); ++steps) {
+  const uint64_t max_steps = MaxSegments(db);
+  for (uint64_t steps = 0; steps < max_steps; ++steps) {
     uint32_t next = 0;
     uint32_t count = 0;
     if (loop.Revisits(payload) || !ReadSegmentHead(db, payload, &next, &count)) return false;
@@ -156,6 +157,11 @@ bool ExtendKeyList(UtlDb *db) {
   return true;
 }
 
+// The address of the bucket word of a name.
+uint64_t BucketAddress(const Header &h, const unsigned char *name, uint32_t length) {
+  return uint64_t{h.hash_table} + 4 * uint64_t{NameHash(h.hash_selector, name, length, h.buckets)};
+}
+
 // Allocates the name record of `name` and puts key first in its bucket.
 bool AddName(UtlDb *db, int key, const char *name, KeyEntry *entry) {
   const std::size_t length = std::strlen(name);
@@ -167,11 +173,8 @@ bool AddName(UtlDb *db, int key, const char *name, KeyEntry *entry) {
       !HeapWrite(db->cache, uint64_t{payload} + 1, name, static_cast<uint32_t>(length)))
     return false;
   entry->word[1] = payload;
-  const Header &h = db->header;
-  const uint64_t bucket =
-      uint64_t{h.hash_table} +
-      4 * uint64_t{NameHash(h.hash_selector, reinterpret_cast<const unsigned char *>(name),
-                            static_cast<uint32_t>(length), h.buckets)};
+  const uint64_t bucket = BucketAddress(db->header, reinterpret_cast<const unsigned char *>(name),
+                                        static_cast<uint32_t>(length));
   uint32_t first = 0;
   if (!ReadWord(db, bucket, &first)) {
     PrintErrorLine(
@@ -188,10 +191,6 @@ uint64_t MaxChainSteps(UtlDb *db) {
   return std::min<uint64_t>(static_cast<uint64_t>(std::max(db->header.total_keys, 0)),
                             HeapEnd(db->cache) / kEntrySize) +
          1;
-}
-
-uint64_t BucketAddress(const Header &h, const unsigned char *name, uint32_t length) {
-  return uint64_t{h.hash_table} + 4 * uint64_t{NameHash(h.hash_selector, name, length, h.buckets)};
 }
 
 enum class Match { kYes, kNo, kError };
@@ -231,7 +230,8 @@ bool Relink(UtlDb *db, uint64_t bucket, int key, uint32_t next) {
   if (!ReadWord(db, bucket, &k)) return false;
   if (k == static_cast<uint32_t>(key)) return WriteWord(db, bucket, next);
   LoopGuard loop;
-  for (uint64_t steps = 0; !(k & kNoKey) && steps < MaxChainSteps(db); ++steps) {
+  const uint64_t max_steps = MaxChainSteps(db);
+  for (uint64_t steps = 0; !(k & kNoKey) && steps < max_steps; ++steps) {
     KeyEntry link;
     uint64_t addr = 0;
     if (loop.Revisits(k) || !KeyInRange(db, static_cast<int>(k)) ||
@@ -326,7 +326,8 @@ int FindNamedKey(UtlDb *db, const char *name, int after) {
   }
   bool started = after < 0;
   LoopGuard loop;
-  for (uint64_t steps = 0; !(k & kNoKey) && steps < MaxChainSteps(db); ++steps) {
+  const uint64_t max_steps = MaxChainSteps(db);
+  for (uint64_t steps = 0; !(k & kNoKey) && steps < max_steps; ++steps) {
     if (loop.Revisits(k)) return -1;
     KeyEntry entry;
     uint64_t addr = 0;

@@ -35,26 +35,6 @@ using qx::PrintErrorLine;
 constexpr const char *kDefaultTitle = "Gorps the Grumbler";
 constexpr uint32_t kIoBuffer = 4096;
 
-bool WriteFully(int fd, const unsigned char *src, uint64_t len) {
-  while (len > 0) {
-    const ssize_t n = write(fd, src, std::min<uint64_t>(len, kIoBuffer));
-    if (n <= 0) return false;
-    src += n;
-    len -= static_cast<uint64_t>(n);
-  }
-  return true;
-}
-
-bool ReadHeaderImage(int fd, unsigned char image[kHeaderSize]) {
-  uint32_t done = 0;
-  while (done < kHeaderSize) {
-    const ssize_t n = read(fd, image + done, kHeaderSize - done);
-    if (n <= 0) return false;
-    done += static_cast<uint32_t>(n);
-  }
-  return true;
-}
-
 // Writes `count` words produced by word(i), a buffer at a time.
 template <typename WordOf>
 bool WriteWords(int fd, uint64_t count, WordOf word) {
@@ -63,7 +43,7 @@ bool WriteWords(int fd, uint64_t count, WordOf word) {
     const uint64_t n = std::min<uint64_t>(kIoBuffer / 4, count - done);
     for (uint64_t i = 0; i < n; ++i)
       PutU32(buffer + 4 * i, word(done + i));
-    if (!WriteFully(fd, buffer, 4 * n)) return false;
+    if (!WriteFully(fd, buffer, static_cast<uint32_t>(4 * n))) return false;
     done += n;
   }
   return true;
@@ -75,10 +55,14 @@ bool WriteRecordAt(int fd, uint32_t size) {
   return WriteFully(fd, record, kRecordSize);
 }
 
+bool WriteImageAt0(int fd, const unsigned char image[kHeaderSize]) {
+  return lseek(fd, 0, SEEK_SET) == 0 && WriteFully(fd, image, kHeaderSize);
+}
+
 bool WriteHeaderAt0(int fd, const Header &header) {
   unsigned char image[kHeaderSize];
   EncodeHeader(header, image);
-  return lseek(fd, 0, SEEK_SET) == 0 && WriteFully(fd, image, kHeaderSize);
+  return WriteImageAt0(fd, image);
 }
 
 struct Layout {
@@ -197,7 +181,7 @@ int OpenForMode(const char *path, char letter, bool *lock) {
 bool LoadStore(UtlDb *db, int fd, bool lock, int chunk_size) {
   unsigned char image[kHeaderSize];
   struct stat info;
-  if (!ReadHeaderImage(fd, image) || fstat(fd, &info) != 0) return false;
+  if (!ReadFully(fd, image, kHeaderSize) || fstat(fd, &info) != 0) return false;
   DecodeHeader(image, &db->header);
   if (!HasMark(db, kClosedMark) || !UsableHeader(db->header)) return false;
   const uint32_t chunk =
@@ -239,23 +223,29 @@ bool InUse(const KeyEntry &entry) {
   return !(entry.word[0] & kNoKey);
 }
 
+// The two diagnostics of a name that cannot be delivered; both return 0.
+int NameUnreadable(uint32_t record) {
+  PrintErrorLine("ReadSecondaryKeyName: Failed to read address %d\n", static_cast<int>(record));
+  return 0;
+}
+
+int NameBufferTooSmall(int name_size, int length) {
+  PrintErrorLine("ReadSecondaryKeyName: User buffer (%d) too small for key (%d)\n", name_size,
+                 length);
+  return 0;
+}
+
 // Copies the name record at `record` into name (name_size bytes at most).
 int CopyName(UtlDb *db, uint32_t record, int name_size, char *name) {
   unsigned char length = 0;
-  if (!HeapRead(db->cache, record, &length, 1)) {
-    PrintErrorLine("ReadSecondaryKeyName: Failed to read address %d\n", static_cast<int>(record));
-    return 0;
-  }
+  if (!HeapRead(db->cache, record, &length, 1)) return NameUnreadable(record);
   if (name_size < length + 1) {
-    PrintErrorLine("ReadSecondaryKeyName: User buffer (%d) too small for key (%d)\n", name_size,
-                   length);
     if (name_size > 0) name[0] = '\0';
-    return 0;
+    return NameBufferTooSmall(name_size, length);
   }
   if (!HeapRead(db->cache, uint64_t{record} + 1, name, length)) {
-    PrintErrorLine("ReadSecondaryKeyName: Failed to read address %d\n", static_cast<int>(record));
     name[0] = '\0';
-    return 0;
+    return NameUnreadable(record);
   }
   name[length] = '\0';
   return 1;
@@ -325,11 +315,11 @@ int UTL_DB_UNLOCK(const char *path) {
   const int fd = open(path, O_RDWR);
   if (fd < 0) return 0;
   unsigned char image[kHeaderSize];
-  bool ok = ReadHeaderImage(fd, image);
+  bool ok = ReadFully(fd, image, kHeaderSize);
   if (ok && std::memcmp(image, kLockMark, 4) == 0) {
     std::memcpy(image, kClosedMark, 4);
     PutU32(image + kHeaderSize - 4, 0);
-    ok = lseek(fd, 0, SEEK_SET) == 0 && WriteFully(fd, image, kHeaderSize);
+    ok = WriteImageAt0(fd, image);
   } else {
     ok = ok && std::memcmp(image, kClosedMark, 4) == 0;
   }
@@ -405,10 +395,7 @@ int UTL_DB_INFO(UtlDb *db, int key, int name_size, char *name, int *data_size) {
   if (data_size != nullptr) *data_size = static_cast<int>(capacity);
   if (name_size == 0 || name == nullptr) return 1;
   if (entry.word[1] != 0) return CopyName(db, entry.word[1], name_size, name);
-  if (name_size < 1) {
-    PrintErrorLine("ReadSecondaryKeyName: User buffer (%d) too small for key (%d)\n", name_size, 0);
-    return 0;
-  }
+  if (name_size < 1) return NameBufferTooSmall(name_size, 0);
   name[0] = '\0';
   return 1;
 }

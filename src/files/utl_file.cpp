@@ -143,8 +143,7 @@ bool ExpandReferences(const char *name, char *out) {
     const char *value = nullptr;
     char variable[256];
     if (closed && length > 0 && length < sizeof variable) {
-      std::memcpy(variable, start, length);
-      variable[length] = '\0';
+      CopyText(variable, length + 1, start);  // the name's characters, terminated
       value = std::getenv(variable);
     }
     const char *after = end + (braced && closed ? 1 : 0);

@@ -38,7 +38,9 @@ namespace {
 using qx::vec3::Copy;
 using qx::vec3::Cross;
 using qx::vec3::Diff;
+using qx::vec3::DistanceSquared;
 using qx::vec3::Dot;
+using qx::vec3::kPi;
 using qx::vec3::Length;
 using qx::vec3::Unit;
 
@@ -47,7 +49,6 @@ constexpr double kFullCircle = -1.0;
 constexpr double kGridStart = 1e30;
 // b this close to +/-a leaves no azimuth direction: use a perpendicular of a.
 constexpr double kAlongAxis = 0.99999;
-constexpr double kPi = 3.141592653589793;
 
 // Slots of the record (see the layout above).
 constexpr int kCentre = 0, kAxis = 3, kBase = 6, kRadius = 9, kDistance = 10;
@@ -95,12 +96,6 @@ double FarCircleSquared(const CircleTerms &t, double r) {
   return (t.rho + r) * (t.rho + r) + t.h * t.h;
 }
 
-double PointDistanceSquared(const double *p, const double *q) {
-  double d[3];
-  Diff(p, q, d);
-  return Dot(d, d);
-}
-
 // Distance from p to an arc: the circle distance when the circle point
 // nearest p lies on the arc (p on the axis line: every point is nearest),
 // else the distance to the nearer end.
@@ -113,7 +108,7 @@ double NearArc(const double *p, const Arc &arc) {
     on_arc = -Dot(toward, arc.ref) / t.rho >= arc.limit;
   }
   if (on_arc) return NearCircle(t, arc.radius);
-  const double e1 = PointDistanceSquared(p, arc.end1), e2 = PointDistanceSquared(p, arc.end2);
+  const double e1 = DistanceSquared(p, arc.end1), e2 = DistanceSquared(p, arc.end2);
   return std::sqrt(e1 < e2 ? e1 : e2);
 }
 
@@ -152,8 +147,10 @@ bool RayMeetsCap(const double *g, const double *d, double length) {
   const double *a = g + kAxis;
   const double along = Dot(d, a);
   const double r = g[kRadius];
-  const double low = Dot(StoredArc(g, kArc0).centre, a) - Dot(g + kCentre, a);
-  const double high = Dot(StoredArc(g, kArc1).centre, a) - Dot(g + kCentre, a);
+  const Arc arc0 = StoredArc(g, kArc0);
+  const double centre_along = Dot(g + kCentre, a);
+  const double low = Dot(arc0.centre, a) - centre_along;
+  const double high = Dot(StoredArc(g, kArc1).centre, a) - centre_along;
   // cos(polar of p) within [cos(high polar), cos(low polar)], scaled by r |d|.
   if (along * r > low * length || along * r < high * length) return false;
   double q[3];
@@ -161,7 +158,7 @@ bool RayMeetsCap(const double *g, const double *d, double length) {
     q[i] = d[i] - along * a[i];
   const double q_length = Length(q);
   if (q_length == 0.0 || !HasMeridians(g)) return true;
-  return Dot(q, StoredArc(g, kArc0).ref) / q_length >= StoredArc(g, kArc0).limit;
+  return Dot(q, arc0.ref) / q_length >= arc0.limit;
 }
 
 // Writes one arc into the record at `base`.
@@ -210,12 +207,10 @@ void StoreMeridianArc(double *g, const CapFrame &f, double theta0, double span) 
   StoreArc(g, kArc0, o, f.e1, ref, f.radius, limit, end1, end2);
 }
 
-void BuildCap(QX_3DGEOM_CAP_RECORD *cap, const double *p0, const double *p1, const double *axis,
-              double angle1, double angle2) {
-  double *g = cap->geometry;
-  for (double &x : cap->geometry)
-    x = 0.0;
-  CapFrame f;
+// Fills the sphere and frame slots of the record (centre, axis, base
+// direction, radius, distance) and the axis, radius and azimuth directions e0,
+// e1 of f. Returns the cosine of the base direction's polar angle.
+double StoreFrame(double *g, const double *p0, const double *p1, const double *axis, CapFrame &f) {
   double d[3];
   if (Unit(axis, f.a) == 0.0) f.a[2] = 1.0;  // a zero axis is taken as +z
   Diff(p1, p0, d);
@@ -235,6 +230,16 @@ void BuildCap(QX_3DGEOM_CAP_RECORD *cap, const double *p0, const double *p1, con
     Unit(f.e0, f.e0);
   }
   Cross(f.a, f.e0, f.e1);
+  return along;
+}
+
+void BuildCap(QX_3DGEOM_CAP_RECORD *cap, const double *p0, const double *p1, const double *axis,
+              double angle1, double angle2) {
+  double *g = cap->geometry;
+  for (double &x : cap->geometry)
+    x = 0.0;
+  CapFrame f;
+  const double along = StoreFrame(g, p0, p1, axis, f);
   const double azimuth = std::fabs(angle1) * qx::vec3::kRadiansPerDegree;
   const double span = std::fabs(angle2) * qx::vec3::kRadiansPerDegree;
   const bool full = std::fabs(angle1) >= 180.0;
@@ -297,7 +302,7 @@ double QX_3DGEOM_MAX_DIST_SQUARED_PT_ARC(const double *p, const double *centre, 
   const int on_arc = s >= limit;
   if (flag_out != nullptr) *flag_out = on_arc;
   if (on_arc) return FarCircleSquared(t, r);
-  const double e1 = PointDistanceSquared(p, end1), e2 = PointDistanceSquared(p, end2);
+  const double e1 = DistanceSquared(p, end1), e2 = DistanceSquared(p, end2);
   return e1 > e2 ? e1 : e2;
 }
 

@@ -18,7 +18,9 @@
 
 #include "common/error_record.h"
 #include "geometry/vec3_rules.h"
+#include "qx_3dgeom.h"
 #include "qx_linalg.h"
+#include "utl_geom.h"
 
 namespace qx::fit {
 namespace {
@@ -37,7 +39,6 @@ constexpr ErrorRecord kBadCount{"QX", "3D_GEOM", kError, "Invalid Number of Poin
 using vec3::Cross;
 using vec3::Diff;
 using vec3::Dot;
-using vec3::kZeroLength;
 using vec3::Length;
 
 // The normalisation rule; false for a zero vector.
@@ -50,16 +51,10 @@ void Column(const double *m, int j, double *out) {
     out[i] = m[i * 3 + j];
 }
 
-// Squared distance of p from the line (point, unit direction) by the family's
+// Squared distance of p from a line (point, unit direction) by the family's
 // point-to-line rule; a radicand that rounding made negative counts as 0.
-double SquaredDistanceToLine(const double *p, const double *point, const double *dir) {
-  double d[3];
-  Diff(p, point, d);
-  const double len = Length(d);
-  if (len < kZeroLength) return 0.0;
-  const double t = Dot(dir, d);
-  if (std::fabs(t) < kZeroLength) return len * len;
-  const double dist = std::sqrt(len * len - t * t);
+double SquaredDistanceToLine(const double *p, const double *line) {
+  const double dist = QX_3DGEOM_DIST_PT_LN(p, line);
   return dist == dist ? dist * dist : 0.0;
 }
 
@@ -102,11 +97,6 @@ bool ScatterEigen(int n, const double *points, const char *routine, PlaneFrame &
 }
 
 // ---- superposition -----------------------------------------------------------
-
-void Identity(double *m) {
-  for (int i = 0; i < 9; ++i)
-    m[i] = i % 4 == 0 ? 1.0 : 0.0;
-}
 
 // Weighted centres; returns the weight sum.
 double Centres(int n, const double *a, const double *b, const double *w, double *ca, double *cb) {
@@ -181,7 +171,10 @@ void CompleteFrame(const double *a, double *b, const bool *present, double *r) {
   Column(a, 2, a3);
   Column(b, 1, b2);
   Column(b, 2, b3);
-  if (!present[2]) return Identity(r);
+  if (!present[2]) {
+    UTL_GEOM_IDENTITY_M(r);
+    return;
+  }
   const double along = Dot(b2, b3);
   const double raw[3] = {b2[0] - along * b3[0], b2[1] - along * b3[1], b2[2] - along * b3[2]};
   if (!present[1] || !Normalize(raw, b2)) return LeastRotation(a3, b3, a2, r);
@@ -265,13 +258,7 @@ int UTL_GEOM_PRIN_AXIS(int n, const double *points, const double *weights, doubl
   }
   if (!UTL_GEOM_SYMM_EIGENSYS(m, 3, values, axes, nullptr))
     return qx::TraceAndFail("UTL_GEOM_PRIN_AXIS", 0);
-  for (int i = 0; i < 3; ++i) {
-    for (int j = i + 1; j < 3; ++j) {
-      const double tmp = axes[i * 3 + j];
-      axes[i * 3 + j] = axes[j * 3 + i];
-      axes[j * 3 + i] = tmp;
-    }
-  }
+  UTL_GEOM_TRANSPOSE(axes);
   return 1;
 }
 
@@ -286,7 +273,7 @@ int QX_3DGEOM_BEST_LINE(int n, const double *points, double *line, double *resid
   Column(frame.vectors, 2, line + 3);
   double sum = 0.0;
   for (int k = 0; k < n; ++k)
-    sum += SquaredDistanceToLine(points + 3 * k, line, line + 3);
+    sum += SquaredDistanceToLine(points + 3 * k, line);
   if (residual != nullptr) *residual = std::sqrt(sum);
   return 1;
 }
@@ -366,13 +353,13 @@ void QX_3DGEOM_LSFIT(int n, const double *a_points, const double *b_points, cons
   if (total == 0.0) {
     for (int i = 0; i < 3; ++i)
       a_centre[i] = b_centre[i] = 0.0;
-    Identity(rotation);
+    UTL_GEOM_IDENTITY_M(rotation);
     if (rms != nullptr) *rms = 0.0;
     return;
   }
   double c[9];
   Correlation(n, a_points, b_points, weights, a_centre, b_centre, c);
-  if (!BestRotation(c, rotation)) Identity(rotation);
+  if (!BestRotation(c, rotation)) UTL_GEOM_IDENTITY_M(rotation);
   if (rms != nullptr)
     *rms = Rms(n, a_points, b_points, weights, a_centre, b_centre, rotation, total);
 }

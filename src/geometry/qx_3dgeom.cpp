@@ -27,6 +27,7 @@ using qx::vec3::AcosDegrees;
 using qx::vec3::Cross;
 using qx::vec3::Diff;
 using qx::vec3::Dot;
+using qx::vec3::kPi;
 using qx::vec3::kZeroLength;
 using qx::vec3::Length;
 using qx::vec3::Unit;
@@ -41,8 +42,7 @@ constexpr double kCoplanarLimit = 0.2;
 // Beyond this many degrees the angle is reduced with fmod: subtracting one
 // turn at a time would take too long (or forever for infinity).
 constexpr double kTurnLoopLimit = 3.6e6;
-constexpr double kPi = 3.141592653589793;
-constexpr double kTwoPi = 6.283185307179586;
+constexpr double kTwoPi = 2.0 * kPi;
 
 constexpr const char *kExtensionRoutine = "QX_3DGEOM_EXTENSION_PT";
 constexpr const char *kMsgColinear = "Points are colinear";

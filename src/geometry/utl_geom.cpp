@@ -104,6 +104,17 @@ void RotateAbout(const double *centre, const double *m, double *point) {
     point[i] = centre[i] + d[i];
 }
 
+// Copies a 3 x 3 matrix built in a local into the caller's storage.
+void CopyMatrix(const double (&from)[9], double *to) {
+  for (int i = 0; i < 9; ++i)
+    to[i] = from[i];
+}
+
+// Entry i (row-major) of the 3 x 3 identity.
+constexpr double IdentityEntry(int i) {
+  return i % 4 == 0 ? 1.0 : 0.0;
+}
+
 bool InBand(double c, double low, double high) {
   const double a = std::fabs(c);
   return a >= low && a <= high;
@@ -170,9 +181,7 @@ void UTL_GEOM_MIDPOINT(const double *a, const double *b, double *out) {
 }
 
 double UTL_GEOM_VDIST_SQ(const double *a, const double *b) {
-  double d[3];
-  qx::vec3::Diff(a, b, d);
-  return Dot(d, d);
+  return qx::vec3::DistanceSquared(a, b);
 }
 
 double UTL_GEOM_VDIST(const double *a, const double *b) {
@@ -235,14 +244,13 @@ double *UTL_GEOM_REFLECT(double a, double b, double c, double d, double *point) 
 
 double *UTL_GEOM_IDENTITY_M(double *m) {
   for (int i = 0; i < 9; ++i)
-    m[i] = (i % 4 == 0) ? 1.0 : 0.0;
+    m[i] = IdentityEntry(i);
   return m;
 }
 
 int UTL_GEOM_IS_IDENTITY(const double *m, const double *t, double tol) {
   for (int i = 0; i < 9; ++i) {
-    const double expected = (i % 4 == 0) ? 1.0 : 0.0;
-    if (!(std::fabs(m[i] - expected) <= tol)) return 0;
+    if (!(std::fabs(m[i] - IdentityEntry(i)) <= tol)) return 0;
   }
   if (t == nullptr) return 1;
   for (int i = 0; i < 3; ++i)
@@ -255,8 +263,7 @@ void UTL_GEOM_MMULT(const double *a, const double *b, double *c) {
   for (int i = 0; i < 3; ++i)
     for (int j = 0; j < 3; ++j)
       r[3 * i + j] = a[3 * i] * b[j] + a[3 * i + 1] * b[3 + j] + a[3 * i + 2] * b[6 + j];
-  for (int i = 0; i < 9; ++i)
-    c[i] = r[i];
+  CopyMatrix(r, c);
 }
 
 void UTL_GEOM_MMULT_NXN(int n, const double *a, const double *b, double *c) {
@@ -285,30 +292,26 @@ void UTL_GEOM_TRANSPOSE(double *m) {
 void UTL_GEOM_MAKE_ROTX(double angle, double *m) {
   const double c = std::cos(angle), s = std::sin(angle);
   const double r[9] = {1.0, 0.0, 0.0, 0.0, c, -s, 0.0, s, c};
-  for (int i = 0; i < 9; ++i)
-    m[i] = r[i];
+  CopyMatrix(r, m);
 }
 
 void UTL_GEOM_MAKE_ROTY(double angle, double *m) {
   const double c = std::cos(angle), s = std::sin(angle);
   const double r[9] = {c, 0.0, s, 0.0, 1.0, 0.0, -s, 0.0, c};
-  for (int i = 0; i < 9; ++i)
-    m[i] = r[i];
+  CopyMatrix(r, m);
 }
 
 void UTL_GEOM_MAKE_ROTZ(double angle, double *m) {
   const double c = std::cos(angle), s = std::sin(angle);
   const double r[9] = {c, -s, 0.0, s, c, 0.0, 0.0, 0.0, 1.0};
-  for (int i = 0; i < 9; ++i)
-    m[i] = r[i];
+  CopyMatrix(r, m);
 }
 
 void UTL_GEOM_MTENSOR(const double *from, const double *to, double *k, double *k2) {
   double u[3];
   UnitOf(from, to, u);
   const double kk[9] = {0.0, u[2], -u[1], -u[2], 0.0, u[0], u[1], -u[0], 0.0};
-  for (int i = 0; i < 9; ++i)
-    k[i] = kk[i];
+  CopyMatrix(kk, k);
   // k2 is the product k k, not u u^T - I: for a zero axis it is zero, which
   // makes UTL_GEOM_MFORM yield the identity.
   UTL_GEOM_MMULT(kk, kk, k2);
@@ -322,7 +325,7 @@ double *UTL_GEOM_MFORM(const double *from, const double *to, double angle, doubl
   // The sign of k (the transpose of the usual cross-product matrix) makes this
   // a turn by -angle under the right-hand rule; deliberate, callers rely on it.
   for (int i = 0; i < 9; ++i)
-    m[i] = ((i % 4 == 0) ? 1.0 : 0.0) + s * k[i] + c * k2[i];
+    m[i] = IdentityEntry(i) + s * k[i] + c * k2[i];
   return m;
 }
 
@@ -341,8 +344,7 @@ int UTL_GEOM_ORTHO_MAT(const double *in, double *out) {
       v[i] = in[6 + i] - p0 * r[i] - p1 * r[3 + i];
     ok = UTL_GEOM_VNORM(v, r + 6) != 0.0;
   }
-  for (int i = 0; i < 9; ++i)
-    out[i] = r[i];
+  CopyMatrix(r, out);
   return ok ? 1 : qx::TraceAndFail("UTL_GEOM_ORTHO_MAT", 0);
 }
 
@@ -371,8 +373,7 @@ int UTL_GEOM_REV_TRANSFORM(const double *origin, const double *a, const double *
   if (UnitOf(origin, b, r + 3) == 0.0 || UnitOf(origin, a, r + 6) == 0.0)
     return qx::TraceAndFail("UTL_GEOM_REV_TRANSFORM", 0);
   qx::vec3::Cross(r + 3, r + 6, r);  // the rows are deliberately not orthogonalised
-  for (int i = 0; i < 9; ++i)
-    m[i] = r[i];
+  CopyMatrix(r, m);
   qx::vec3::Diff(point, origin, point);
   MatrixVector(m, point, point);
   return 1;
@@ -436,10 +437,8 @@ int UTL_GEOM_CRYSTAL_MATRICES(const double *cell, double *ortho, double *frac) {
                        0.0,
                        0.0,
                        sg / (c * v)};
-  for (int i = 0; i < 9; ++i) {
-    ortho[i] = o[i];
-    frac[i] = f[i];
-  }
+  CopyMatrix(o, ortho);
+  CopyMatrix(f, frac);
   return 1;
 }
 

@@ -10,6 +10,7 @@
 #define QXBASE_GEOMETRY_VEC3_RULES_H
 
 #include <cmath>
+#include <numbers>
 
 namespace qx::vec3 {
 
@@ -17,6 +18,9 @@ inline constexpr double kZeroSquare = 1e-12;
 inline constexpr double kZeroLength = 1e-6;
 inline constexpr double kDegreesPerRadian = 57.29577950560105;     // 180 / 3.141592654
 inline constexpr double kRadiansPerDegree = 0.017453292522222223;  // 3.141592654 / 180
+// The full double value of pi, for work that stays in radians (sphere
+// sampling, cap arcs); only the degree conversions above use the short one.
+inline constexpr double kPi = std::numbers::pi;
 
 inline double Dot(const double *a, const double *b) {
   return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
@@ -37,6 +41,13 @@ inline void Diff(const double *a, const double *b, double *out) {
   out[0] = a[0] - b[0];
   out[1] = a[1] - b[1];
   out[2] = a[2] - b[2];
+}
+
+// |a - b|^2, with no zero rule applied.
+inline double DistanceSquared(const double *a, const double *b) {
+  double d[3];
+  Diff(a, b, d);
+  return Dot(d, d);
 }
 
 inline void Copy(const double *a, double *out) {

@@ -332,10 +332,7 @@ double UTL_STR_ATOF(const char *text) {
     UTL_DMEM_FREE(work, kTag, __LINE__);
     return value;
   }
-  {
-    qx::ErrorBarrier barrier;
-    UTL_DMEM_FREE(work, kTag, __LINE__);
-  }
+  qx::FreeAfterError(work, kTag, __LINE__);
   return qx::TraceAndFail("UTL_STR_ATOF", 0.0);
 }
 
