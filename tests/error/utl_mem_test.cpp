@@ -150,6 +150,17 @@ const Fault kFaults[] = {
 };
 
 // The child joins its standard output to the standard error compared here.
+TEST_F(DebugMode, FreeTwoDArrayReleasesEveryRowAndTheArray) {
+  const unsigned int before = UTL_DMEM_ALLOCATED_BYTES();
+  auto **rows = static_cast<void **>(UTL_DMEM_ALLOC(3 * sizeof(void *), "t", 1));
+  rows[0] = UTL_DMEM_ALLOC(8, "t", 2);
+  rows[1] = nullptr;  // skipped
+  rows[2] = UTL_DMEM_ALLOC(16, "t", 3);
+  EXPECT_EQ(UTL_MEM_FREE_2D_ARRAY(3, rows), 1);
+  EXPECT_EQ(UTL_DMEM_ALLOCATED_BYTES(), before);
+  EXPECT_EQ(g_quits, 0);
+}
+
 TEST(DebugFault, EachWritesItsCodeAndStopsWithSigquit) {
   for (const Fault &fault : kFaults) {
     // AddressSanitizer would stop the read before a plain block.
