@@ -1,5 +1,4 @@
-// String utilities and string buffers: searches, conversions and their error
-// records, copies and edits, the buffer's growth rule, and every refusal trace.
+// Strings and string buffers: answers, conversions, copies, growth and every refusal trace.
 #include "utl_str.h"
 
 #include <gtest/gtest.h>
@@ -55,8 +54,7 @@ std::string Int(const char *text) {
   return std::to_string(ok) + " " + std::to_string(result);
 }
 
-// The count of replacements by UTL_STR_SUBSTITUTE and the text it leaves (pattern NULL: the
-// text UTL_STR_TRIM_TRAILING_BLANKS leaves).
+// UTL_STR_SUBSTITUTE's count and the text left (pattern NULL: UTL_STR_TRIM_TRAILING_BLANKS's).
 std::string Edited(const char *pattern, const char *replacement, const char *original) {
   std::string text = original;
   if (pattern == nullptr) return (UTL_STR_TRIM_TRAILING_BLANKS(text.data()), text.c_str());
