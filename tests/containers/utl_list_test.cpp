@@ -1,11 +1,10 @@
-// Linked list: linking, copying, the failure table (allocation failures
-// injected at every request), and, with the allocator's debug mode counting
-// live bytes, block storage and the quirks kept on purpose.
+// Linked list: linking, copying, refused allocations, block storage and the deliberate quirks.
 #include "utl_list.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -20,19 +19,11 @@ using Traces = std::vector<std::string>;
 using Ints = std::vector<int>;
 using Node = UTL_LIST_NODE;
 
-const unsigned char kBytes[40] = {1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14,
-                                  15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28,
-                                  29, 30, 31, 32, 33, 34, 35, 36, 37, 38, 39, 40};
+char kData[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopq";
 
 enum Add { kAppend, kInsert, kAppendP, kInsertP };
-
-Node *AddTo(Add how, Node *node, unsigned int count, const void *data) {
-  void *p = const_cast<void *>(data);
-  return how == kAppend    ? UTL_LIST_APPEND(node, count, data)
-         : how == kInsert  ? UTL_LIST_INSERT(node, count, data)
-         : how == kAppendP ? UTL_LIST_APPEND_P(node, count, p)
-                           : UTL_LIST_INSERT_P(node, count, p);
-}
+const std::function<Node *(Node *, unsigned int, void *)> kAdd[] = {
+    UTL_LIST_APPEND, UTL_LIST_INSERT, UTL_LIST_APPEND_P, UTL_LIST_INSERT_P};
 
 Node *Rewind(Node *node) {
   while (node != nullptr && node->prev != nullptr)
@@ -40,20 +31,18 @@ Node *Rewind(Node *node) {
   return node;
 }
 
-Node *MakeList(const Ints &values) {
+Node *MakeList(Ints values) {
   Node *tail = nullptr;
-  for (int v : values)
+  for (int &v : values)
     tail = UTL_LIST_APPEND(tail, sizeof v, &v);
   return Rewind(tail);
 }
 
-// The int values from the head, checking every back link on the way.
 Ints Values(Node *node) {
   Ints values;
   for (Node *n = Rewind(node); n != nullptr; n = n->next) {
     if (n->next != nullptr && n->next->prev != n) ADD_FAILURE() << "broken back link";
-    values.push_back(-1);
-    UTL_LIST_RETRIEVE(n, sizeof(int), &values.back(), nullptr);
+    UTL_LIST_RETRIEVE(n, sizeof(int), &values.emplace_back(-1), nullptr);
   }
   return values;
 }
@@ -64,309 +53,163 @@ void *Address(Node *node) {
   return p;
 }
 
-TEST(List, AddingRemovingAndLinkingKeepTheLinksConsistent) {
-  Node *head = MakeList({1, 2, 3});
-  int v = 4;
-  UTL_LIST_APPEND(head->next, sizeof v, &v);  // from the middle: still at the tail
-  v = 0;
-  Node *new_head = UTL_LIST_INSERT(head, sizeof v, &v);
-  EXPECT_EQ(new_head->next, head);
-  v = 9;
-  UTL_LIST_INSERT(UTL_LIST_ELEMENT(new_head, 3), sizeof v, &v);
-  head = new_head;
-  EXPECT_EQ(Values(head), (Ints{0, 1, 2, 9, 3, 4}));
-  EXPECT_EQ(UTL_LIST_LENGTH(head->next->next), 4);
-  EXPECT_EQ(UTL_LIST_TAIL(head->next), UTL_LIST_ELEMENT(head, 5));
-  EXPECT_EQ(UTL_LIST_PREV(UTL_LIST_NEXT(head)), head);
-  Node *third = UTL_LIST_ELEMENT(head, 2);
-  EXPECT_EQ(UTL_LIST_DELETE(head->next), third) << "returns the successor";
-  head = UTL_LIST_DELETE(head);
-  EXPECT_EQ(UTL_LIST_DELETE(UTL_LIST_TAIL(head)), nullptr);
-  EXPECT_EQ(Values(head), (Ints{2, 9, 3}));
-  EXPECT_EQ(UTL_LIST_CLEAR(head->next), nullptr);
-  EXPECT_EQ(head->next, nullptr) << "the predecessor ends the list";
-  EXPECT_FALSE(UTL_ERROR_IS_SET());
-  UTL_ERROR_SET("APP", "TEST", "ERROR", "PENDING", "caller");
-  EXPECT_EQ(UTL_LIST_CLEAR(head), head) << "an error pending deletes nothing";
-  EXPECT_EQ(qxtest::StackTop(), 0);
+void ExpectError(bool ok, const std::string &identity, const Traces &traces) {
+  EXPECT_TRUE(ok) << identity;
+  EXPECT_EQ(qxtest::TopIdentity(), identity);
+  EXPECT_EQ(qxtest::TopError().traces, traces);
   UTL_ERROR_CLEAR();
-  UTL_LIST_CLEAR(head);
+}
 
-  Node *a = MakeList({1, 2, 3}), *b = MakeList({7, 8});
-  Node *cut = UTL_LIST_LINK(a->next, b->next);
-  EXPECT_EQ(Values(a), (Ints{1, 2, 8}));
-  EXPECT_EQ(cut->prev, nullptr);
-  EXPECT_EQ(Values(cut), Ints{3});
-  EXPECT_EQ(b->next, a->next->next) << "b's old predecessor is deliberately untouched";
-  EXPECT_EQ(UTL_LIST_LINK(nullptr, b), nullptr);
+TEST(List, LinksStayConsistentAndNullNodesOrBadIndexesRecordTheirErrors) {
+  int v[] = {4, 0, 9};
+  Node *head = MakeList({1, 2, 3}), *b = MakeList({7, 8});
+  UTL_LIST_APPEND(head->next, sizeof(int), &v[0]);  // from the middle: still at the tail
+  head = UTL_LIST_INSERT(head, sizeof(int), &v[1]);
+  UTL_LIST_INSERT(UTL_LIST_ELEMENT(head, 3), sizeof(int), &v[2]);
+  EXPECT_EQ(Values(head), (Ints{0, 1, 2, 9, 3, 4}));
+  EXPECT_EQ(UTL_LIST_PREV(UTL_LIST_TAIL(head->next)), UTL_LIST_ELEMENT(head, 4));
+  EXPECT_EQ(UTL_LIST_DELETE(head->next)->prev, head) << "returns the successor";
+  head = UTL_LIST_DELETE(head);
+  Node *cut = UTL_LIST_LINK(head->next, b->next);
+  EXPECT_EQ(std::pair(Values(head), Values(cut)), std::pair(Ints{2, 9, 8}, Ints{3, 4}));
+  EXPECT_EQ(b->next, head->next->next) << "b's old predecessor is deliberately untouched";
+  EXPECT_TRUE(UTL_LIST_CLEAR(cut->next) == nullptr && cut->next == nullptr) << "cut off";
+  UTL_ERROR_SET("APP", "TEST", "ERROR", "PENDING", "caller");
+  ExpectError(UTL_LIST_CLEAR(cut) == cut, "APP/TEST/ERROR/PENDING", {"caller"});  // deletes none
+  EXPECT_TRUE(UTL_LIST_MOVE(nullptr, b, 'b') == b && UTL_LIST_MOVE(b, nullptr, 'b') == b);
   b->next = nullptr;
-  UTL_LIST_CLEAR(a), UTL_LIST_CLEAR(b), UTL_LIST_CLEAR(cut);
-
+  UTL_LIST_CLEAR(b), UTL_LIST_CLEAR(cut);
   const std::tuple<int, int, char, Ints> kMoves[] = {
       {0, 3, 'b', {3, 0, 1, 2, 4}}, {1, 3, 'B', {0, 3, 1, 2, 4}}, {4, 0, 'a', {1, 2, 3, 4, 0}},
-      {3, 2, 'A', {0, 1, 3, 2, 4}}, {2, 1, 'b', {0, 1, 2, 3, 4}}, {2, 2, 'b', {0, 1, 2, 3, 4}},
-      {1, 3, 'x', {0, 1, 2, 3, 4}}};
-  for (const auto &[target, moved, where, order] : kMoves) {
-    SCOPED_TRACE(where * 100 + target * 10 + moved);
-    Node *head = MakeList({0, 1, 2, 3, 4});
-    Node *node = UTL_LIST_ELEMENT(head, moved);
-    EXPECT_EQ(UTL_LIST_MOVE(UTL_LIST_ELEMENT(head, target), node, where),
-              where == 'x' ? nullptr : node);  // refused: nothing changes
-    EXPECT_EQ(Values(node), order);
-    UTL_LIST_CLEAR(Rewind(node));
+      {3, 2, 'A', {0, 1, 3, 2, 4}}, {2, 2, 'b', {0, 1, 2, 3, 4}}, {1, 3, 'x', {0, 1, 2, 3, 4}}};
+  for (const auto &[to, from, where, order] : kMoves) {
+    Node *h = MakeList({0, 1, 2, 3, 4}), *n = UTL_LIST_ELEMENT(h, from);
+    EXPECT_EQ(UTL_LIST_MOVE(UTL_LIST_ELEMENT(h, to), n, where), where == 'x' ? nullptr : n);
+    EXPECT_EQ(Values(n), order) << where << to << from;
+    UTL_LIST_CLEAR(Rewind(n));
   }
-  Node *one = MakeList({5});
-  EXPECT_EQ(UTL_LIST_MOVE(nullptr, one, 'b'), one);
-  EXPECT_EQ(UTL_LIST_MOVE(one, nullptr, 'b'), one);
-  UTL_LIST_CLEAR(one);
-  EXPECT_FALSE(UTL_ERROR_IS_SET());
-}
-
-void *Duplicate(void *data, unsigned int size) {
-  void *copy = UTL_DMEM_ALLOC(size, "utl_list_test", __LINE__);
-  if (copy != nullptr) std::memcpy(copy, data, size);
-  return copy;
-}
-
-// Clears a copy, first releasing what a copy function made for it.
-void ClearCopy(Node *copy, UTL_LIST_COPY_FUNC func) {
-  for (Node *n = copy; func != nullptr && n != nullptr; n = n->next)
-    UTL_DMEM_FREE(Address(n), "utl_list_test", __LINE__);
-  UTL_LIST_CLEAR(copy);
-}
-
-TEST(List, CopySharesOnlyZeroLengthReferences) {
-  // How each source node is made, and whether a copy without a function shares its block.
-  constexpr std::tuple<Add, unsigned int, bool> kRows[] = {{kAppend, 5, false},
-                                                           {kAppend, 12, false},
-                                                           {kAppendP, 0, true},
-                                                           {kAppendP, 5, false},
-                                                           {kAppendP, 12, false}};
-  Node *source = nullptr;
-  for (const auto &[how, count, shared] : kRows)
-    source = Rewind(AddTo(how, source, count, kBytes));
-  Node *plain = UTL_LIST_COPY(source, nullptr), *dup = UTL_LIST_COPY(source, Duplicate);
-  ASSERT_EQ(UTL_LIST_LENGTH(plain), 5);
-  ASSERT_EQ(UTL_LIST_LENGTH(dup), 5);
-  Node *s = source, *p = plain, *f = dup;
-  for (const auto &[how, count, shared] : kRows) {
-    SCOPED_TRACE(how * 100 + count);
-    EXPECT_EQ(p->size, count | (shared ? UTL_LIST_BY_REFERENCE : 0u));
-    EXPECT_EQ(Address(p) == Address(s), shared);
-    EXPECT_EQ(f->size, count | UTL_LIST_BY_REFERENCE);
-    EXPECT_NE(Address(f), Address(s));
-    EXPECT_EQ(std::memcmp(Address(p), kBytes, count), 0);
-    EXPECT_EQ(std::memcmp(Address(f), kBytes, count), 0);
-    s = s->next, p = p->next, f = f->next;
-  }
-  EXPECT_EQ(UTL_LIST_PREV(UTL_LIST_TAIL(plain)), UTL_LIST_ELEMENT(plain, 3));
-  EXPECT_FALSE(UTL_ERROR_IS_SET());
-  UTL_ERROR_SET("APP", "TEST", "ERROR", "PENDING", "caller");
-  EXPECT_EQ(UTL_LIST_COPY(source, nullptr), nullptr) << "an error pending stops the copy";
-  UTL_ERROR_CLEAR();
-  ClearCopy(dup, Duplicate), ClearCopy(plain, nullptr), ClearCopy(source, nullptr);
-}
-
-TEST(List, NullNodesAndBadIndexesRecordTheirErrors) {
-  unsigned int n = 77;
+  unsigned int n = 77, m = 77;
   void *p = &n;
-  char buf[4];
-  Node *three = MakeList({1, 2, 3});
-  auto check = [](bool failed, const char *identity, const char *routine) {
-    EXPECT_TRUE(failed) << routine;
-    EXPECT_EQ(qxtest::TopIdentity(), identity) << routine;
-    EXPECT_EQ(qxtest::TopError().traces, Traces{routine});
-    UTL_ERROR_CLEAR();
-  };
-  const char *kFatalEmpty = "UTL/LIST/FATAL/LIST_EMPTY", *kBad = "UTL/LIST/FATAL/BAD_ELEMNO";
-  check(UTL_LIST_CHANGE(nullptr, 1, "x") == 0, kFatalEmpty, "UTL_LIST_CHANGE");
-  check(UTL_LIST_CHANGE_P(nullptr, 1, p) == 0, "UTL/LIST/INFO/LIST_EMPTY", "UTL_LIST_CHANGE_P");
-  check(!UTL_LIST_RETRIEVE(nullptr, 4, buf, &n) && n == 0, kFatalEmpty, "UTL_LIST_RETRIEVE");
-  n = 77;
-  check(!UTL_LIST_RETRIEVE_P(nullptr, &p, &n) && n == 0 && !p, kFatalEmpty, "UTL_LIST_RETRIEVE_P");
-  check(!UTL_LIST_DELETE(nullptr), "UTL/LIST/WARNING/LIST_EMPTY", "UTL_LIST_DELETE");
-  check(!UTL_LIST_CLEAR(nullptr), "UTL/LIST/WARNING/LIST_EMPTY", "UTL_LIST_DELETE");
-  check(!UTL_LIST_ELEMENT(nullptr, 0), kFatalEmpty, "UTL_LIST_ELEMENT");
-  check(!UTL_LIST_ELEMENT(three, 3), kBad, "UTL_LIST_ELEMENT");
-  check(!UTL_LIST_ELEMENT(three, -1), kBad, "UTL_LIST_ELEMENT");
-  check(!UTL_LIST_TAIL(nullptr), kFatalEmpty, "UTL_LIST_TAIL");
-  check(!UTL_LIST_PREV(nullptr), kFatalEmpty, "UTL_LIST_TAIL");  // sic
-  EXPECT_EQ(UTL_LIST_NEXT(nullptr), nullptr);
-  EXPECT_FALSE(UTL_ERROR_IS_SET()) << "UTL_LIST_NEXT(NULL) is silent";
-  UTL_LIST_CLEAR(three);
+  const std::string kEmpty = "UTL/LIST/FATAL/LIST_EMPTY";
+  ExpectError(!UTL_LIST_CHANGE(nullptr, 1, "x"), kEmpty, {"UTL_LIST_CHANGE"});
+  ExpectError(!UTL_LIST_CHANGE_P(nullptr, 1, p), "UTL/LIST/INFO/LIST_EMPTY", {"UTL_LIST_CHANGE_P"});
+  ExpectError(!UTL_LIST_RETRIEVE(nullptr, 4, &n, &n) && !n, kEmpty, {"UTL_LIST_RETRIEVE"});
+  ExpectError(!UTL_LIST_RETRIEVE_P(nullptr, &p, &m) && !m && !p, kEmpty, {"UTL_LIST_RETRIEVE_P"});
+  ExpectError(!UTL_LIST_DELETE(nullptr), "UTL/LIST/WARNING/LIST_EMPTY", {"UTL_LIST_DELETE"});
+  ExpectError(!UTL_LIST_CLEAR(nullptr), "UTL/LIST/WARNING/LIST_EMPTY", {"UTL_LIST_DELETE"});
+  ExpectError(!UTL_LIST_ELEMENT(nullptr, 0), kEmpty, {"UTL_LIST_ELEMENT"});
+  ExpectError(!UTL_LIST_ELEMENT(head, 3), "UTL/LIST/FATAL/BAD_ELEMNO", {"UTL_LIST_ELEMENT"});
+  ExpectError(!UTL_LIST_ELEMENT(head, -1), "UTL/LIST/FATAL/BAD_ELEMNO", {"UTL_LIST_ELEMENT"});
+  ExpectError(!UTL_LIST_TAIL(nullptr), kEmpty, {"UTL_LIST_TAIL"});
+  ExpectError(!UTL_LIST_PREV(nullptr), kEmpty, {"UTL_LIST_TAIL"});  // sic
+  EXPECT_FALSE(UTL_LIST_NEXT(nullptr) || UTL_LIST_MEMBER(nullptr, 1, "x") || UTL_ERROR_IS_SET());
+  UTL_LIST_CLEAR(head);
 }
 
-// Runs op with the n-th heap request refused, n = 1, 2, ... until it succeeds
-// with no error; failed(n, traces) sees each refusal and releases what it
-// left. Returns the n that succeeded.
-template <typename Op, typename Failed>
-unsigned long InjectUntilSuccess(Op op, Failed failed) {
-  for (unsigned long n = 1; n < 50; ++n) {
-    const bool ok = (qxtest::FailAllocation(n), op());
-    if (ok && !UTL_ERROR_IS_SET()) return n;
-    EXPECT_EQ(qxtest::Entry(0).code, "NO_MEMORY") << n;
-    failed(n, qxtest::TopError().traces);
-    UTL_ERROR_CLEAR();
-  }
-  return 0;
+void *Clone(void *data, unsigned int size) {
+  void *copy = UTL_DMEM_ALLOC(size, "utl_list_test", __LINE__);
+  return copy != nullptr ? std::memcpy(copy, data, size) : nullptr;
 }
 
-TEST(List, RefusedAllocationsTraceTheCallSiteAndLeakNothing) {
-  // The routine's trace at each refused request, in order.
+void ClearClones(Node *copy) {
+  for (Node *n = copy; n != nullptr; n = n->next)
+    UTL_DMEM_FREE(Address(n), "utl_list_test", __LINE__);
+  if (copy != nullptr) UTL_LIST_CLEAR(copy);
+}
+
+TEST(List, RefusalsTraceTheCallSiteLeakNothingAndCopiesShareOnlyZeroLengthReferences) {
   const std::tuple<Add, unsigned int, Traces> kRows[] = {
       {kAppend, 9, {"UTL_LIST_APPEND (1)", "UTL_LIST_APPEND (0)"}},
-      {kAppend, 8, {"UTL_LIST_APPEND (1)"}},
       {kInsert, 30, {"UTL_LIST_INSERT (1)", "UTL_LIST_INSERT (0)"}},
       {kAppendP, 30, {"UTL_LIST_APPEND_P"}},
       {kInsertP, 30, {"UTL_LIST_INSERT_P"}}};
   for (const auto &[how, count, sites] : kRows) {
-    SCOPED_TRACE(how);
     Node *head = MakeList({1, 2});
-    auto add = [&, how = how, count = count] {
-      return AddTo(how, head->next, count, kBytes) != nullptr;
-    };
-    auto failed = [&, &sites = sites](unsigned long n, const Traces &traces) {
-      ASSERT_LE(n, sites.size());
-      EXPECT_EQ(traces, (Traces{"UTL_MEM_ALLOC", sites[n - 1]}));
-      EXPECT_EQ(Values(head), (Ints{1, 2})) << "a failed addition changed the list";
-    };
-    EXPECT_EQ(InjectUntilSuccess(add, failed), sites.size() + 1);
-    UTL_LIST_CLEAR(Rewind(head));
+    for (std::size_t n = 1; n <= sites.size() + 1; ++n) {  // the last request is not refused
+      const bool refused = n <= sites.size();
+      ExpectError(!(qxtest::FailAllocation(n), kAdd[how](head->next, count, kData)) == refused,
+                  refused ? "UTL/MEM/FATAL/NO_MEMORY" : "",
+                  refused ? Traces{"UTL_MEM_ALLOC", sites[n - 1]} : Traces{});
+      EXPECT_EQ(UTL_LIST_LENGTH(head), refused ? 2 : 3) << "a refusal leaves the list as it was";
+    }
+    UTL_LIST_CLEAR(head);
   }
-  Node *node = UTL_LIST_APPEND(nullptr, 20, kBytes);
-  EXPECT_EQ((qxtest::FailAllocation(1), UTL_LIST_CHANGE(node, 30, kBytes)), 0);
-  EXPECT_EQ(qxtest::TopError().traces, (Traces{"UTL_MEM_ALLOC", "UTL_LIST_CHANGE (1)"}));
-  EXPECT_EQ(node->size, 0u) << "the old storage is gone, the node holds nothing";
-  UTL_ERROR_CLEAR();
-  EXPECT_EQ((qxtest::FailAllocation(1), UTL_LIST_MEMBER(node, 30, kBytes)), nullptr);
-  EXPECT_EQ(qxtest::TopError().traces, (Traces{"UTL_MEM_ALLOC", "UTL_LIST_MEMBER (-1)"}));
-  UTL_ERROR_CLEAR();
-  UTL_LIST_DELETE(node);
-}
-
-// Without a function each copied node takes its node, then its storage; with
-// one, its block, then its node. A refused block leaves a null reference and
-// the pending error ends the copy; a refused node releases the block.
-TEST(List, CopyReturnsThePartialCopyAfterARefusal) {
-  // The append's trace at odd and even refused requests n, if any, and the
-  // length of the partial copy for n = 1..6.
-  const std::tuple<UTL_LIST_COPY_FUNC, const char *, const char *, Ints> kRows[] = {
-      {nullptr, "UTL_LIST_APPEND (1)", "UTL_LIST_APPEND (0)", {0, 0, 1, 1, 2, 2}},
-      {Duplicate, nullptr, "UTL_LIST_APPEND_P", {1, 0, 2, 1, 3, 2}}};
+  constexpr std::tuple<Add, unsigned int, bool> kSource[] = {
+      {kAppend, 12, false}, {kAppendP, 0, true}, {kAppendP, 5, false}, {kAppendP, 12, false}};
   Node *source = nullptr;
-  for (int i = 0; i < 3; ++i)
-    source = Rewind(UTL_LIST_APPEND(source, 12, kBytes + i));
-  for (const auto &[func, odd, even, lengths] : kRows) {
-    Node *copy = nullptr;
-    auto make = [&, func = func] { return (copy = UTL_LIST_COPY(source, func)) != nullptr; };
-    auto failed = [&, func = func, odd = odd, even = even, &lengths = lengths](
-                      unsigned long n, const Traces &traces) {
-      const char *site = n % 2 ? odd : even;
-      const Traces copy_traces = {"UTL_MEM_ALLOC", site ? site : "", "UTL_LIST_COPY"};
-      EXPECT_EQ(traces, site ? copy_traces : Traces{"UTL_MEM_ALLOC"}) << n;
-      EXPECT_EQ(UTL_LIST_LENGTH(copy), lengths[n - 1]) << n;
-      UTL_ERROR_CLEAR();
-      ClearCopy(copy, func);
-    };
-    EXPECT_EQ(InjectUntilSuccess(make, failed), 7u);
-    ClearCopy(copy, func);
+  for (const auto &[how, count, shared] : kSource)
+    source = Rewind(kAdd[how](source, count, kData));
+  Node *plain = UTL_LIST_COPY(source, nullptr), *dup = UTL_LIST_COPY(source, Clone);
+  ASSERT_EQ(UTL_LIST_LENGTH(plain) + UTL_LIST_LENGTH(dup), 8);
+  for (Node *p = plain, *f = dup; const auto &[how, count, shared] : kSource) {
+    EXPECT_EQ(p->size, count | (shared ? UTL_LIST_BY_REFERENCE : 0u)) << how << count;
+    EXPECT_EQ(Address(p) == kData, shared);
+    EXPECT_EQ(f->size, count | UTL_LIST_BY_REFERENCE);
+    EXPECT_EQ(std::memcmp(Address(p), kData, count) | std::memcmp(Address(f), kData, count), 0);
+    p = p->next, f = f->next;
   }
+  ClearClones(dup), UTL_LIST_CLEAR(plain);
+  // A refused function's block leaves a null reference and ends the copy; a refused node frees it.
+  dup = (qxtest::FailAllocation(3), UTL_LIST_COPY(source, Clone));
+  ExpectError(UTL_LIST_LENGTH(dup) == 2, "UTL/MEM/FATAL/NO_MEMORY", {"UTL_MEM_ALLOC"});
+  ClearClones(dup);
+  dup = (qxtest::FailAllocation(4), UTL_LIST_COPY(source, Clone));
+  ExpectError(UTL_LIST_LENGTH(dup) == 1, "UTL/MEM/FATAL/NO_MEMORY",
+              {"UTL_MEM_ALLOC", "UTL_LIST_APPEND_P", "UTL_LIST_COPY"});
+  ClearClones(dup);
+  ExpectError(!(qxtest::FailAllocation(1), UTL_LIST_CHANGE(source, 30, kData)) && !source->size,
+              "UTL/MEM/FATAL/NO_MEMORY", {"UTL_MEM_ALLOC", "UTL_LIST_CHANGE (1)"});
+  ExpectError(!(qxtest::FailAllocation(1), UTL_LIST_MEMBER(source, 30, kData)),
+              "UTL/MEM/FATAL/NO_MEMORY", {"UTL_MEM_ALLOC", "UTL_LIST_MEMBER (-1)"});
   UTL_LIST_CLEAR(source);
 }
 
-// Debug mode counts live bytes and allocations, and stops the process on a bad
-// free (such as freeing a reference). It stays on once set and answers a
-// refusal by stopping the process, so these cases come last.
-class ListStorage : public ::testing::Test {
- protected:
-  void SetUp() override { UTL_DMEM_SET_DEBUG(); }
-  unsigned int Grown() const { return UTL_DMEM_ALLOCATED_BYTES() - live_; }
-  unsigned int live_ = 0;
-};
-
-// Each row adds a node (how, count) next to an anchor, reads it back into a
-// buffer of the given size, then changes it by copy or by reference (change_p)
-// to new_count bytes, which takes the given number of allocations.
-TEST_F(ListStorage, UpToEightCopiedBytesStayInTheNodeLongerOnesGetExactStorage) {
-  constexpr std::tuple<Add, unsigned int, unsigned int, bool, unsigned int, unsigned int> kRows[] =
-      {{kAppend, 0, 0, false, 30, 1},  {kAppend, 8, 4, true, 12, 0},
-       {kAppend, 9, 9, false, 9, 0},   {kInsert, 40, 10, false, 41, 1},
-       {kInsert, 20, 64, false, 8, 0}, {kAppend, 30, 30, true, 3, 0},
-       {kAppendP, 0, 0, false, 2, 0},  {kAppendP, 40, 64, false, 40, 1},
-       {kInsertP, 3, 2, true, 9, 0}};
-  unsigned char fresh[41];
-  for (int i = 0; i < 41; ++i)
-    fresh[i] = static_cast<unsigned char>(200 - i);
+TEST(ListDebugHeap, UpToEightCopiedBytesStayInTheNodeAndMemberKeepsItsScratch) {
+  UTL_DMEM_SET_DEBUG();  // counts live bytes; stops the process on a bad free or a refusal
+  // Added next to an anchor, read into a buffer, changed (ref: by reference) to `to` bytes.
+  constexpr std::tuple<Add, unsigned, unsigned, bool, unsigned, unsigned> kRows[] = {
+      {kAppend, 8, 4, 0, 9, 1},    {kAppend, 9, 9, 0, 8, 0},     {kInsert, 40, 10, 0, 40, 0},
+      {kInsert, 20, 64, 1, 12, 0}, {kAppendP, 40, 64, 0, 41, 1}, {kInsertP, 3, 2, 1, 9, 0}};
   Node *anchor = UTL_LIST_APPEND(nullptr, 0, nullptr);
-  live_ = UTL_DMEM_ALLOCATED_BYTES();
-  auto expect_holds = [&](Node *node, bool reference, unsigned int count, const void *bytes) {
-    const bool owned = !reference && count > 8;
-    EXPECT_EQ(Grown(), sizeof(Node) + (owned ? count : 0u)) << "storage of exactly the count";
-    EXPECT_EQ(node->size, count | (reference ? UTL_LIST_BY_REFERENCE : 0u));
-    EXPECT_TRUE(owned || Address(node) == (reference ? bytes : node->data));
-    EXPECT_EQ(std::memcmp(Address(node), bytes, count), 0);
-  };
-  for (const auto &[how, count, buffer, change_p, new_count, allocations] : kRows) {
-    SCOPED_TRACE(how * 100 + count);
-    const bool reference = how >= kAppendP;
-    unsigned int first = UTL_DMEM_NEXT_NUM();
-    Node *node = AddTo(how, anchor, count, kBytes);
-    EXPECT_EQ(UTL_DMEM_NEXT_NUM() - first, !reference && count > 8 ? 2u : 1u);
-    expect_holds(node, reference, count, kBytes);
-
-    unsigned char out[64];
-    std::memset(out, 0xEE, sizeof out);
-    unsigned int reported = 0;
-    Node *successor = how == kInsert || how == kInsertP ? anchor : nullptr;
-    EXPECT_EQ(UTL_LIST_RETRIEVE(node, buffer, out, &reported), successor);
-    EXPECT_EQ(reported, count);
-    const bool cut = count > buffer;
-    const unsigned int copied = cut ? buffer : count;
-    EXPECT_EQ(std::memcmp(out, kBytes, copied), 0);
-    EXPECT_EQ(out[copied], 0xEE) << "copied past the buffer size";
-    EXPECT_EQ(qxtest::TopIdentity(), cut ? "UTL/LIST/WARNING/DATA_OVFL" : "");
-    EXPECT_EQ(qxtest::TopError().traces, cut ? Traces{"UTL_LIST_RETRIEVE"} : Traces{});
-    UTL_ERROR_CLEAR();
-
-    first = UTL_DMEM_NEXT_NUM();  // a bad free of a reference would stop the process
-    EXPECT_EQ(change_p ? UTL_LIST_CHANGE_P(node, new_count, fresh)
-                       : UTL_LIST_CHANGE(node, new_count, fresh),
-              1);
+  unsigned int live = UTL_DMEM_ALLOCATED_BYTES();
+  auto grown = [&] { return UTL_DMEM_ALLOCATED_BYTES() - live; };
+  for (const auto &[how, count, buffer, ref, to, allocations] : kRows) {
+    Node *node = kAdd[how](anchor, count, kData);
+    EXPECT_EQ(grown(), sizeof(Node) + (how < kAppendP && count > 8 ? count : 0u)) << how << count;
+    std::string out(64, '~');
+    unsigned int reported = 0, cut = count > buffer, copied = cut ? buffer : count, first;
+    EXPECT_EQ(UTL_LIST_RETRIEVE(node, buffer, out.data(), &reported), node->next) << "successor";
+    EXPECT_EQ(out.substr(0, copied + 1), std::string(kData, copied) + '~') << "only what fits";
+    ExpectError(reported == count, cut ? "UTL/LIST/WARNING/DATA_OVFL" : "",
+                Traces(cut, "UTL_LIST_RETRIEVE"));
+    first = UTL_DMEM_NEXT_NUM();
+    EXPECT_TRUE(ref ? UTL_LIST_CHANGE_P(node, to, kData + 1)
+                    : UTL_LIST_CHANGE(node, to, kData + 1));
     EXPECT_EQ(UTL_DMEM_NEXT_NUM() - first, allocations) << "same count: in place";
-    expect_holds(node, change_p, new_count, fresh);
-    EXPECT_EQ(UTL_LIST_DELETE(node), successor);
-    EXPECT_EQ(Grown(), 0u);
+    EXPECT_EQ(grown(), sizeof(Node) + (!ref && to > 8 ? to : 0u));
+    EXPECT_EQ(std::memcmp(Address(node), kData + 1, to), 0);
+    EXPECT_EQ(UTL_LIST_DELETE(node), how == kInsert || how == kInsertP ? anchor : nullptr);
+    EXPECT_EQ(grown(), 0u);
   }
-  UTL_LIST_DELETE(anchor);
-}
-
-TEST_F(ListStorage, MemberStopsAtTheFirstNodeOfAnotherSizeAndKeepsItsScratchOnSuccess) {
-  Node *ints = MakeList({4, 5, 6});
-  const int six = 6, seven = 7;
-  const short two = 2;
-  const double wide = 1.5;
-  Node *shorter = UTL_LIST_APPEND(nullptr, sizeof two, &two);
-  UTL_LIST_APPEND(shorter, sizeof six, &six);  // matches, but is never reached
-  Node *longer = UTL_LIST_APPEND(nullptr, sizeof wide, &wide);
-  live_ = UTL_DMEM_ALLOCATED_BYTES();
-  EXPECT_EQ(UTL_LIST_MEMBER(ints, sizeof six, &six), ints->next->next);
-  EXPECT_EQ(Grown(), sizeof six) << "the scratch buffer is kept on a match";
-  EXPECT_EQ(UTL_LIST_MEMBER(ints->next, sizeof seven, &seven), nullptr);
-  EXPECT_EQ(Grown(), 2 * sizeof six) << "and on a clean miss";
-  EXPECT_EQ(UTL_LIST_MEMBER(nullptr, sizeof six, &six), nullptr);
-  EXPECT_FALSE(UTL_ERROR_IS_SET()) << "a miss is not an error";
-  const std::tuple<Node *, bool, Traces> kRows[] = {
-      {shorter, false, {"UTL_ERROR_ADD_TRACE", "UTL_LIST_MEMBER (1)"}},
-      {longer, false, {"UTL_LIST_RETRIEVE", "UTL_LIST_MEMBER (1)"}},
-      {ints, true, {"caller", "UTL_LIST_MEMBER (0)"}}};
-  for (const auto &[list, pending, traces] : kRows) {  // pending: an error on entry
+  // MEMBER: a node of another size ends the search; the scratch stays on a match or clean miss.
+  Node *quad = UTL_LIST_APPEND(anchor, 4, kData + 4), *shorter = UTL_LIST_APPEND(0, 2, kData);
+  UTL_LIST_APPEND(quad, 4, kData), UTL_LIST_APPEND(shorter, 4, kData);
+  Node *longer = UTL_LIST_APPEND(nullptr, 8, kData);
+  live = UTL_DMEM_ALLOCATED_BYTES();
+  const std::tuple<Node *, const char *, bool, Node *, Traces, unsigned int> kMembers[] = {
+      {quad, kData, false, quad->next, {}, 4},
+      {quad, kData + 8, false, nullptr, {}, 8},
+      {shorter, kData, false, nullptr, {"UTL_ERROR_ADD_TRACE", "UTL_LIST_MEMBER (1)"}, 8},
+      {longer, kData, false, nullptr, {"UTL_LIST_RETRIEVE", "UTL_LIST_MEMBER (1)"}, 8},
+      {quad, kData, true, nullptr, {"caller", "UTL_LIST_MEMBER (0)"}, 8}};
+  for (const auto &[list, bytes, pending, found, traces, kept] : kMembers) {
     if (pending) UTL_ERROR_SET("APP", "TEST", "ERROR", "PENDING", "caller");
-    EXPECT_EQ(UTL_LIST_MEMBER(list, sizeof six, &six), nullptr);
+    EXPECT_EQ(UTL_LIST_MEMBER(list, 4, bytes), found);
     EXPECT_EQ(qxtest::TopError().traces, traces);
-    EXPECT_EQ(Grown(), 2 * sizeof six) << "a failure releases the scratch buffer";
+    EXPECT_EQ(grown(), kept);
     UTL_ERROR_CLEAR();
   }
-  UTL_LIST_CLEAR(ints), UTL_LIST_CLEAR(shorter), UTL_LIST_CLEAR(longer);
+  UTL_LIST_CLEAR(anchor), UTL_LIST_CLEAR(shorter), UTL_LIST_CLEAR(longer);
 }
 
 }  // namespace
