@@ -86,7 +86,7 @@ TEST(Files, WrappersAndSearchSucceedSilentlyFailWithOneRecordEach) {
   const std::tuple<std::vector<const char *>, const char *, const char *,
                    std::array<const char *, 3>, const char *>
       kFinds[] = {
-          {{"home/data.tab"}, "data", ".tab", {"", "QX_T_HOME"}, "/home/data.tab"},  // no "..tab"
+          {{"work/s..t", "home/s.t"}, "s", ".t", {"", "QX_T_HOME"}, "/home/s.t"},  // never "..t"
           {{"home/data.tab", "work/data.tab"}, "data", "tab", {"", "QX_T_HOME"}, "data.tab"},
           {{"work/data", "work/data.tab"}, "data", "tab", {""}, "data"},  // the name itself first
           {{"home/data", "work/data.tab"}, "data", "tab", {"", "QX_T_HOME"}, "data.tab"},
