@@ -289,7 +289,7 @@ int lookup (token, nbytes, data_ptr)
   dlclose(library);
   std::remove(object.c_str());
   UTL_HASH_DESTROY(t);
-  t = Make(1);  // its only bucket is the last: an empty pool; a hash function named
+  t = Make(1);  // its only bucket is the last: an empty pool; a named hash function
   UTL_HASH_INSERT(t, "solo", 3, "abc");
   UTL_HASH_STATIC_SAVE(t, "f", "h", source.c_str());
   EXPECT_NE(Slurp(source).find("h();\n    static char    udata[] = {\n        '\\0'  };\n"),
