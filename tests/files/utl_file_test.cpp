@@ -111,6 +111,14 @@ TEST(Files, WrappersAndSearchSucceedSilentlyFailWithOneRecordEach) {
     for (const char *f : files)
       std::filesystem::remove(root + "/" + f);
   }
+  // A path of several hundred characters is found like any other.
+  std::string deep = "/home";
+  for (char c = 'a'; c < 'h'; ++c)
+    deep += "/" + std::string(90, c);
+  std::filesystem::create_directories(root + deep);
+  touch(deep.substr(1) + "/cell.dat");
+  EXPECT_EQ(found(UTL_FIND_FILE("cell", "dat", (root + deep).c_str(), nullptr)),
+            deep + "/cell.dat");
   // Over-long paths fail cleanly, the message cut to its field.
   const std::string kOpenFailed = "UTL/FILES/WARNING/FILE_OPEN_ERROR in UTL_FILE_FOPEN: File: ";
   const std::string huge(UTL_FILE_PATH_LIMIT + 100, 'x'), cut = huge.substr(0, 74);
